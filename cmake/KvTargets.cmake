@@ -1,0 +1,62 @@
+# The rules that every target follows: which headers it may see, and which flags it is built with.
+
+add_library(kv_flags INTERFACE)
+target_compile_options(kv_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
+  $<$<BOOL:${KV_WERROR}>:-Werror>)
+if(KV_SANITIZE)
+  target_compile_options(kv_flags INTERFACE
+    -fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(kv_flags INTERFACE -fsanitize=${KV_SANITIZE})
+endif()
+# Assertions stay on in every build type: a broken invariant must stop where it broke.
+foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
+  string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${type} "${CMAKE_CXX_FLAGS_${type}}")
+endforeach()
+
+# kv_header_root(TARGET FOLDER SCOPE [PATTERN])
+#
+# Lets those who link TARGET include FOLDER/*.h, written with the folder's name, and nothing else
+# of the tree: the headers are linked into a root of the target's own, so that including a folder
+# that is not linked does not compile.
+function(kv_header_root target folder scope)
+  set(pattern ${ARGN})
+  if(NOT pattern)
+    set(pattern *.h)
+  endif()
+  set(root ${CMAKE_BINARY_DIR}/header-roots/${target})
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/${pattern})
+  file(REMOVE_RECURSE ${root})
+  file(MAKE_DIRECTORY ${root}/${folder})
+  foreach(header ${headers})
+    get_filename_component(name ${header} NAME)
+    file(CREATE_LINK ${header} ${root}/${folder}/${name} SYMBOLIC)
+  endforeach()
+  target_include_directories(${target} ${scope} ${root})
+endfunction()
+
+# kv_library(NAME FOLDER folder SOURCES … [USES …] [PRIVATELY_USES …])
+#
+# One static library per folder, known to others as kv::NAME.
+function(kv_library name)
+  cmake_parse_arguments(arg "" "FOLDER" "SOURCES;USES;PRIVATELY_USES" ${ARGN})
+  add_library(kv_${name} STATIC ${arg_SOURCES})
+  add_library(kv::${name} ALIAS kv_${name})
+  kv_header_root(kv_${name} ${arg_FOLDER} PUBLIC)
+  target_link_libraries(kv_${name} PUBLIC ${arg_USES} PRIVATE ${arg_PRIVATELY_USES} kv_flags)
+endfunction()
+
+# kv_program(NAME SOURCES … USES …)
+function(kv_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_USES} kv_flags)
+endfunction()
+
+# kv_test(NAME SOURCES … USES …): a GoogleTest program whose cases CTest knows one by one.
+function(kv_test name)
+  kv_program(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE GTest::gmock_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
