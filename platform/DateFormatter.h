@@ -1,0 +1,49 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/Date.h"
+
+namespace kv {
+
+/// The locale that dates are rendered in.
+///
+/// `fromEnvironment` takes the first non-empty of LC_ALL, LC_TIME and LANG; "C" and "POSIX" mean
+/// American English with weeks that start on Sunday.
+struct DateLocale {
+  /// ICU locale identifier, calendar and numbering system included.
+  std::string identifier;
+
+  static DateLocale fromName(std::string_view posixName);
+  static DateLocale fromEnvironment();
+};
+
+/// Renders and parses local dates by a CLDR pattern ("HHmm", "YYYY/MM/dd HH:mm:ss", "e").
+///
+/// Making one costs some 30 µs, rendering 1 to 2 µs: keep them.
+///
+/// Threads    one at a time.
+/// Units      local time of the zone that holds at the moment of the call (see LocalTime.h); the
+///            calendar is Gregorian and digits are ASCII in every locale.
+/// Errors     the constructor throws std::runtime_error when ICU has no data at all. An instant
+///            that no calendar can hold renders as nothing; text that is not wholly
+///            and exactly a date of the pattern parses as nothing.
+class DateFormatter {
+ public:
+  DateFormatter(std::string_view pattern, const DateLocale& locale);
+  ~DateFormatter();
+  DateFormatter(DateFormatter&&) noexcept;
+  DateFormatter& operator=(DateFormatter&&) noexcept;
+
+  std::optional<std::string> string(Date date) const;
+  std::optional<Date> date(std::string_view text) const;
+
+ private:
+  struct Icu;
+  std::unique_ptr<Icu> icu_;
+};
+
+}  // namespace kv

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/Date.h"
+
+namespace kv {
+
+/// The local time zone, as the system's C library knows it at the moment of the call: a change of
+/// the zone (TZ, /etc/localtime) holds from the next call on.
+///
+/// Threads    any, while no thread changes the environment.
+
+/// How far local time is ahead of UTC at `date`; nothing for an instant that no calendar can hold.
+std::optional<Seconds> localOffsetFromUtc(Date date);
+
+/// The local time of day of `date` as "09:05:07"; digits are ASCII in every locale.
+std::string localTimeOfDay(Date date);
+
+}  // namespace kv

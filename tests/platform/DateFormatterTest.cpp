@@ -1,0 +1,101 @@
+#include "platform/DateFormatter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "platform/LocalTime.h"
+#include "tests/support/ScopedEnvironment.h"
+
+namespace kv::test {
+namespace {
+
+constexpr double kJuly = 1720000000;  // 2024-07-03 09:46:40 UTC, a Wednesday
+
+struct RenderCase {
+  const char* zone;
+  const char* locale;
+  const char* pattern;
+  double unixSeconds;
+  const char* text;
+};
+
+TEST(DateFormatter, RendersLocalTimeInAsciiDigits) {
+  const RenderCase cases[] = {
+      {"UTC0", "C", "YYYY/MM/dd HH:mm:ss", kJuly, "2024/07/03 09:46:40"},
+      {kBerlin, "de_DE.UTF-8", "HHmm", kJuly, "1146"},
+      {kBerlin, "de_DE.UTF-8@euro", "e", kJuly, "3"},
+      {kBerlin, "en_US.UTF-8", "e", kJuly, "4"},
+      {kBerlin, "POSIX", "e", kJuly, "4"},
+      {kBerlin, "ar_EG.UTF-8", "MM/dd HH:mm:ss e", kJuly, "07/03 11:46:40 5"},
+      {kBerlin, "fa_IR", "d HHmm", kJuly, "3 1146"},  // neither Persian digits nor calendar
+      {kBerlin, "th_TH", "yyyy", kJuly, "2024"},      // not the Buddhist year
+      {kBerlin, "no such locale!", "e", kJuly, "4"},
+      {"<+0545>-5:45", "C", "HH:mm", kJuly, "15:31"},
+      {"UTC0", "C", "HH:mm:ss", -0.5, "23:59:59"},
+      {"UTC0", "de_DE", "YYYY", 1735473600, "2024"},  // Sunday, 29 December: the last day of
+      {"UTC0", "en_US", "YYYY", 1735473600, "2025"},  // a week here, the first of one there
+  };
+  for (const auto& c : cases) {
+    ScopedEnvironment zone("TZ", c.zone);
+    EXPECT_EQ(DateFormatter(c.pattern, DateLocale::fromName(c.locale))
+                  .string(Date::fromUnixSeconds(c.unixSeconds)),
+              c.text)
+        << c.locale << " " << c.pattern;
+  }
+}
+
+TEST(DateFormatter, FollowsTheZoneWhileItIsKept) {
+  ScopedEnvironment zone("TZ", "UTC0");
+  const DateFormatter format("HHmm", DateLocale::fromName("C"));
+  EXPECT_EQ(format.string(Date::fromUnixSeconds(kJuly)), "0946");
+  zone.set("EST5");
+  EXPECT_EQ(format.string(Date::fromUnixSeconds(kJuly)), "0446");
+  EXPECT_EQ(localTimeOfDay(Date::fromUnixSeconds(kJuly)), "04:46:40");
+}
+
+TEST(DateFormatter, RendersNothingForAnInstantWithoutACalendar) {
+  const DateFormatter format("HHmm", DateLocale::fromName("C"));
+  for (const double seconds : {HUGE_VAL, -HUGE_VAL, std::nan(""), 1e300, -1e300, 1e18}) {
+    EXPECT_EQ(format.string(Date::fromUnixSeconds(seconds)), std::nullopt) << seconds;
+  }
+  EXPECT_TRUE(format.string(Date::fromUnixSeconds(-1e12)));
+}
+
+TEST(DateFormatter, ParsesNothingButWholeAndExactDates) {
+  ScopedEnvironment zone("TZ", kBerlin);
+  const DateFormatter format("MM/dd/yyyy HH:mm:ss", DateLocale::fromName("de_DE"));
+  EXPECT_EQ(format.date("01/02/2011 06:37:35"), Date::fromUnixSeconds(1293946655));
+  EXPECT_EQ(format.date("07/03/2024 11:46:40"), Date::fromUnixSeconds(kJuly));
+  for (const char* text :
+       {"", "01/02/2011", "01/02/2011 06:37:35 ", "1/2/2011 6:37:35", "02/30/2024 00:00:00",
+        "03/31/2024 02:30:00" /* skipped in spring */, "01/02/2011 06:37:3x"}) {
+    EXPECT_EQ(format.date(text), std::nullopt) << text;
+  }
+}
+
+struct LocaleCase {
+  const char* all;
+  const char* time;
+  const char* lang;
+  const char* identifier;
+};
+
+TEST(DateLocale, TakesTheFirstVariableThatSaysSomething) {
+  const LocaleCase cases[] = {
+      {"de_DE.UTF-8", "fr_FR", "en_US", "de_DE@calendar=gregorian;numbers=latn"},
+      {"", "fr_FR.UTF-8", "en_US", "fr_FR@calendar=gregorian;numbers=latn"},
+      {nullptr, nullptr, "sr_RS@latin", "sr_RS@calendar=gregorian;numbers=latn"},
+      {"C.UTF-8", "fr_FR", "de_DE", "en_US_POSIX@calendar=gregorian;numbers=latn"},
+      {nullptr, nullptr, nullptr, "en_US_POSIX@calendar=gregorian;numbers=latn"},
+  };
+  for (const auto& c : cases) {
+    ScopedEnvironment lcAll("LC_ALL", c.all);
+    ScopedEnvironment lcTime("LC_TIME", c.time);
+    ScopedEnvironment language("LANG", c.lang);
+    EXPECT_EQ(DateLocale::fromEnvironment().identifier, c.identifier);
+  }
+}
+
+}  // namespace
+}  // namespace kv::test
