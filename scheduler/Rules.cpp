@@ -1,0 +1,92 @@
+#include "scheduler/Rules.h"
+
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+#include "scheduler/FieldReaders.h"
+
+namespace kv {
+namespace {
+
+std::int64_t integerOf(const std::string& text) {
+  const PropertyList value(text);
+  return integerValue(&value);
+}
+
+/// The comparison of the normal mode, which writes its four values first.
+bool isTimeReached(const TaskRecord& record, LocalMoment& moment, const std::string& lastRun,
+                   Trace& trace) {
+  const auto picked = dateValue(record.option("datePick"));
+  const auto stored = picked ? moment.patterns().timeOfDay.string(*picked) : std::nullopt;
+  trace.logString_varstr("today's time = ", moment.timeOfDay());
+  trace.logString_varstr("stored  time = ", stored);
+  trace.logString_varstr("today's day = ", moment.day());
+  trace.logString_varstr("stored  day = ", lastRun);
+  return integerOf(moment.timeOfDay()) >= integerOf(stored.value_or("")) && lastRun != moment.day();
+}
+
+/// The numbers that the selected weekdays have in the locale's week. Tuesday is "12" where the
+/// week starts on Monday: no weekday has that number, so such a set never runs on a Tuesday. The
+/// backup application knows the scheduler by this, so it stays.
+std::vector<const char*> selectedWeekdays(const TaskRecord& record, bool weekStartsOnMonday) {
+  static constexpr std::array kMondayFirst = {"7", "1", "12", "3", "4", "5", "6"};
+  static constexpr std::array kOtherwise = {"1", "2", "3", "4", "5", "6", "7"};
+  const auto& numbers = weekStartsOnMonday ? kMondayFirst : kOtherwise;
+  std::vector<const char*> selected;
+  for (int day = 1; day <= 7; ++day) {
+    if (record.isWeekdaySelected(day)) {
+      selected.push_back(numbers.at(static_cast<std::size_t>(day - 1)));
+    }
+  }
+  return selected;
+}
+
+bool isTodaySelected(const TaskRecord& record, LocalMoment& moment, Trace& trace) {
+  trace.logString_varstr("dayNumberString= ", moment.sunday());
+  trace.logString_varstr("today = day# ", moment.weekday());
+  const auto selected = selectedWeekdays(record, moment.sunday() == "7");
+  if (trace.isTracing()) {
+    trace.logString_varstr("weekdays list = ", fmt::format("{}", fmt::join(selected, ", ")));
+  }
+  return std::find(selected.begin(), selected.end(), moment.weekday()) != selected.end();
+}
+
+}  // namespace
+
+std::optional<CallSite> judgeDaily(const TaskRecord& record, LocalMoment& moment, Trace& trace) {
+  const std::string lastRun = storedDay(record.option("dayOfMonth"));
+  if (record.isOnceADay()) {
+    trace.logString("Daily = once-a-day");
+    trace.logString_varstr("today's day = ", moment.day());
+    trace.logString_varstr("stored  day = ", lastRun);
+    if (lastRun == moment.day()) return std::nullopt;
+    trace.logString("Once-a-day proceeding");
+    return CallSite::kDailyOnceADay;
+  }
+  trace.logString("Daily normal");
+  if (!isTimeReached(record, moment, lastRun, trace)) return std::nullopt;
+  trace.logString("Time compare is a go >>> ");
+  return CallSite::kDailyNormal;
+}
+
+std::optional<CallSite> judgeWeekly(const TaskRecord& record, LocalMoment& moment, Trace& trace) {
+  trace.logString("  Weekly schedule");
+  if (!isTodaySelected(record, moment, trace)) return std::nullopt;
+  trace.logString("Weekday is selected");
+  const std::string lastRun = storedDay(record.option("dayOfMonth"));
+  if (record.isOnceADay()) {
+    if (lastRun == moment.day()) return std::nullopt;
+    trace.logString("Weekly = once-a-day");
+    trace.logString_varstr("stored day: ", lastRun);
+    trace.logString_varstr("now day = ", moment.day());
+    return CallSite::kWeeklyOnceADay;
+  }
+  if (!isTimeReached(record, moment, lastRun, trace)) return std::nullopt;
+  return CallSite::kWeeklyNormal;
+}
+
+}  // namespace kv
