@@ -79,7 +79,7 @@ KVTimer::KVTimer(Environment environment)
       ndt_(environment_.clock->now()) {}
 
 std::shared_ptr<KVTimer> KVTimer::create(Environment environment) {
-  const std::shared_ptr<KVTimer> timer(new KVTimer(std::move(environment)));
+  std::shared_ptr<KVTimer> timer(new KVTimer(std::move(environment)));
   timer->runTimer();
   return timer;
 }

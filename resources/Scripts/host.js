@@ -38,16 +38,16 @@
 
   // ---- The backup application ----------------------------------------------------------------
 
-  function installed(application) {
-    const executable = application.executables.find((path) => system.exists(path));
-    return executable ? Object.assign({ executable: executable }, application) : null;
+  function installed(candidate) {
+    const executable = candidate.executables.find((path) => system.exists(path));
+    return executable ? Object.assign({ executable: executable }, candidate) : null;
   }
 
-  const application = installed(KELVARA) || installed(RUNNER);
-  const isRunner = application !== null && application.name === RUNNER.name;
+  const backupApplication = installed(KELVARA) || installed(RUNNER);
+  const isRunner = backupApplication !== null && backupApplication.name === RUNNER.name;
 
   function applicationProcesses() {
-    return application === null ? [] : system.processesRunning(application.executable);
+    return backupApplication === null ? [] : system.processesRunning(backupApplication.executable);
   }
 
   // Processes that certainly make a backup. Kelvara+ is also open without making one.
@@ -137,7 +137,8 @@
   }
 
   function hasEndedInHistory(run) {
-    return history.some((entry) => entry.set === run.set && entry.end >= run.at);
+    const second = Math.floor(run.at / 1000) * 1000; // the history knows whole seconds only
+    return history.some((entry) => entry.set === run.set && entry.end >= second);
   }
 
   // Follows the run from its start to its end, and forgets it then.
@@ -158,7 +159,7 @@
       if (tickBegan > started.gone + FRESH * 1000) finish("the backup has ended");
     } else if (Date.now() - started.at > START_GRACE * 1000) {
       noteFailedStart(started.set);
-      finish(application.name + " did not start");
+      finish(backupApplication.name + " did not start");
     }
   }
 
@@ -168,15 +169,15 @@
   }
 
   function start(set, token) {
-    if (application === null) {
+    if (backupApplication === null) {
       console.error(set + ": neither Kelvara+ nor kvbackup is installed");
       noteFailedStart(set);
       return;
     }
-    console.info(set + ": starting the backup with " + application.name);
+    console.info(set + ": starting the backup with " + backupApplication.name);
     const wasFollowed = started !== null;
     started = { set: set, at: Date.now(), seen: false, gone: 0, record: recordState(set) };
-    UtilsSch.runScript([application.executable, token, set]);
+    UtilsSch.runScript([backupApplication.executable, token, set]);
     if (!wasFollowed) system.after(POLL, poll);
   }
 
@@ -207,7 +208,7 @@
 
   const delegate = {
     applicationDidFinishLaunching() {
-      if (application === null) {
+      if (backupApplication === null) {
         console.error("neither Kelvara+ nor kvbackup is installed: no backup can be started");
       }
       timer = new KVTimer();
@@ -215,7 +216,7 @@
       timer.dbugMenu.title = "Debug Tracing";
       timer.dbugMenu.state = system.environment("KVSCHEDULER_DEBUG") === "1" ? 1 : 0;
       console.info("scheduling " + records.length + " set(s) with " +
-        (application === null ? "no application" : application.name));
+        (backupApplication === null ? "no application" : backupApplication.name));
     },
 
     applicationWillTerminate() {
@@ -247,13 +248,13 @@
     },
 
     backupNow(set) {
-      start(String(set), application && application.launchToken);
+      start(String(set), backupApplication && backupApplication.launchToken);
     },
 
     backupNowViaScript(set) {
-      start(String(set), application && application.requestToken);
+      start(String(set), backupApplication && backupApplication.requestToken);
     },
   };
 
-  globalThis.application.delegate = delegate;
+  application.delegate = delegate;
 })();
