@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+namespace kv {
+
+/// The home folder: HOME where it is an absolute path, else the one of the password database.
+std::string homeFolder();
+
+/// Where this program keeps what it remembers: $XDG_STATE_HOME/KVScheduler, by default
+/// ~/.local/state/KVScheduler.
+std::string stateFolder();
+
+/// $XDG_RUNTIME_DIR where it is an absolute path of a folder of this user, else stateFolder().
+std::string runtimeFolder();
+
+/// The backup runner's records of its runs: stateFolder()/history.jsonl.
+std::string historyFile();
+
+/// Makes the folder and those above it, for this user only (0700). False when it is not there
+/// afterwards.
+bool makeFolders(const std::string& path);
+
+}  // namespace kv
