@@ -1,0 +1,63 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Date.h"
+#include "platform/PropertyList.h"
+#include "tools/kvbackup/Schedule.h"
+
+namespace kv {
+
+/// A backup set: one record of a schedule document, with the sources that this program adds.
+///
+/// Threads    any; it only looks.
+/// Ownership  borrows the record, which must outlive it.
+/// Errors     what a record lacks is absent here; the static operations throw Refusal.
+class BackupSet {
+ public:
+  explicit BackupSet(const PropertyList& entry) : task_(entry), entry_(entry) {}
+
+  /// Absent when the name is missing or no string.
+  std::optional<std::string> name() const { return text(task_.set()); }
+  std::optional<std::string> destination() const { return text(task_.destinationPath()); }
+
+  /// The folders to copy; absent when there are none, or something in the list is no string.
+  std::optional<std::vector<std::string>> sources() const;
+
+  /// The record's schedule.
+  const TaskRecord& task() const { return task_; }
+  std::optional<Date> timeOfDay() const;
+  std::vector<std::string> weekdays() const;
+
+  /// "daily 09:30", "mon,thu once a day", "every 15 min, next 2024-03-05 10:30".
+  std::string scheduleText() const;
+  /// "on", "held", or "off" when the set is not scheduled at all.
+  std::string stateText() const;
+
+  /// The record of a new set, which no run of an earlier day holds back: a daily or weekly set
+  /// runs today if its time has come, an interval set is due at once.
+  static PropertyList::Dictionary fresh(const std::string& name,
+                                        const std::vector<std::string>& sources,
+                                        const std::string& destination, const Schedule& schedule,
+                                        Date now);
+
+  static void setSources(PropertyList::Dictionary& record, const std::vector<std::string>& sources);
+
+  /// The schedule options of a record, made when missing. Throws Refusal (kDocumentUnreadable)
+  /// when something else stands in their place.
+  static PropertyList::Dictionary& options(PropertyList::Dictionary& record);
+
+  /// Throws Refusal (kBadName) unless `name` can be a set's name and a folder's.
+  static void checkName(const std::string& name);
+
+ private:
+  static std::optional<std::string> text(const PropertyList* value);
+
+  TaskRecord task_;
+  const PropertyList& entry_;
+};
+
+}  // namespace kv
