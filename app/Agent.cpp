@@ -1,0 +1,131 @@
+#include "app/Agent.h"
+
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QTimer>
+#include <clocale>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "app/StartupError.h"
+#include "platform/BackgroundQueue.h"
+#include "platform/PlatformError.h"
+#include "platform/linux/PosixFiles.h"
+#include "platform/linux/ProcessSetup.h"
+#include "platform/linux/ResidentPages.h"
+#include "platform/linux/SyslogSystemLog.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/linux/UserPaths.h"
+#include "platform/qt/QtProcessLauncher.h"
+#include "platform/qt/TerminationSignals.h"
+
+namespace kv {
+namespace {
+
+constexpr char kProgramName[] = "KVScheduler";
+
+std::unique_ptr<FileLock> lockAgainstSecondAgent() {
+  const std::string folder = runtimeFolder();
+  makeFolders(folder);
+  const std::string path = folder + "/KVScheduler.lock";
+  if (auto lock = FileLock::tryAcquire(path, std::to_string(getpid()))) return lock;
+  throw StartupError("KVScheduler is already running for this user (process " +
+                     FileLock::note(path) + ")");
+}
+
+std::string programFolder() {
+  return QCoreApplication::applicationDirPath().toStdString();
+}
+
+/// The installed bundle, or the source tree's when the program runs from a build folder.
+std::string defaultBundle() {
+  const auto installed = std::filesystem::path(programFolder()) / "../share/KVScheduler";
+  std::error_code error;
+  return std::filesystem::is_directory(installed, error) ? installed.string() : KV_SOURCE_BUNDLE;
+}
+
+/// Makes the application object and leaves the C library's locale as it was: the program's own
+/// texts are the same everywhere, and dates take their locale from the environment by themselves.
+/// Qt's remarks on a locale that is not UTF-8, and on the style of scripts, are of no use here.
+std::unique_ptr<QCoreApplication> makeQtApplication(int& argc, char** argv) {
+  const auto usualHandler =
+      qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+  auto application = std::make_unique<QCoreApplication>(argc, argv);
+  qInstallMessageHandler(usualHandler);
+  QLoggingCategory::setFilterRules("qt.qml.compiler.warning=false");
+  std::setlocale(LC_ALL, "C");
+  return application;
+}
+
+}  // namespace
+
+Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog)
+    : systemLog_(std::move(systemLog)), lock_(lockAgainstSecondAgent()) {
+  PosixFiles files;
+  application_.emplace(environment(),
+                       Bundle::load(files, commandLine.bundle.value_or(defaultBundle())));
+}
+
+Application::Environment Agent::environment() {
+  const auto clock = std::make_shared<SystemClock>();
+  // The run loop holds timers, which hold schedulers, which hold the run loop: owning it there
+  // would keep all of them alive for ever.
+  const std::shared_ptr<RunLoop> runLoop(std::shared_ptr<void>(), &runLoop_);
+  Application::Environment environment;
+  environment.systemLog = systemLog_;
+  environment.quit = [] { QCoreApplication::exit(); };
+  environment.scheduler.clock = clock;
+  environment.scheduler.runLoop = runLoop;
+  environment.scheduler.files = std::make_shared<PosixFiles>();
+  environment.scheduler.locale = DateLocale::fromEnvironment();
+  environment.scheduler.homeFolder = homeFolder();
+  environment.launcher = {.launcher = std::make_shared<QtProcessLauncher>(),
+                          .queue = std::make_shared<BackgroundQueue>(),
+                          .systemLog = systemLog_,
+                          .clock = clock};
+  environment.system = {.clock = clock,
+                        .runLoop = runLoop,
+                        .programFolder = programFolder(),
+                        .homeFolder = homeFolder(),
+                        .stateFolder = stateFolder(),
+                        .historyFile = historyFile()};
+  return environment;
+}
+
+int Agent::run() {
+  const TerminationSignals signals([this] { application_->terminate(0); });
+  application_->loadScripts();
+  if (!application_->exitStatus()) {
+    QTimer::singleShot(0, [this] {
+      application_->finishLaunching();
+      releaseStartupPages();
+    });
+    QCoreApplication::exec();
+    application_->willTerminate();
+  }
+  return application_->exitStatus().value_or(0);
+}
+
+int Agent::main(int argc, char** argv) {
+  prepareProcess();
+  int exitStatus = 0;
+  const auto commandLine = CommandLine::parse(argc, argv, exitStatus);
+  if (!commandLine) return exitStatus;
+
+  int qtArgumentCount = 1;  // Qt would take options of its own from the rest
+  const auto qtApplication = makeQtApplication(qtArgumentCount, argv);
+  const auto systemLog = std::make_shared<SyslogSystemLog>(kProgramName);
+  try {
+    return Agent(*commandLine, systemLog).run();
+  } catch (const StartupError& error) {
+    systemLog->write(error.what());
+  } catch (const PlatformError& error) {
+    systemLog->write(error.what());
+  }
+  return 1;
+}
+
+}  // namespace kv

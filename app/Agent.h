@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/Application.h"
+#include "app/CommandLine.h"
+#include "platform/SystemLog.h"
+#include "platform/linux/FileLock.h"
+#include "platform/qt/QtRunLoop.h"
+
+namespace kv {
+
+/// The agent as a process: puts the real parts together, and runs them from start to end.
+///
+/// One agent runs per user; a lock in the runtime folder, which holds the agent's process id, sees
+/// to that.
+///
+/// Threads    main thread; made after the application object and gone before it.
+/// Errors     the constructor and run() throw StartupError, or PlatformError when the system
+///            refuses the lock or a descriptor.
+class Agent {
+ public:
+  Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog);
+
+  /// Loads the scripts, runs the event loop, and returns the exit status.
+  int run();
+
+  /// Everything that the program does, errors told to the user: its exit status.
+  static int main(int argc, char** argv);
+
+ private:
+  Application::Environment environment();
+
+  std::shared_ptr<SystemLog> systemLog_;
+  std::unique_ptr<FileLock> lock_;
+  /// Before the run loop, so that the schedulers that its timers hold end first.
+  std::optional<Application> application_;
+  QtRunLoop runLoop_;
+};
+
+}  // namespace kv

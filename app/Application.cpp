@@ -1,0 +1,72 @@
+#include "app/Application.h"
+
+#include <utility>
+
+#include "app/ApplicationObject.h"
+#include "app/LauncherObject.h"
+#include "app/ScriptFile.h"
+
+namespace kv {
+
+Application::Application(Environment environment, Bundle bundle)
+    : environment_(std::move(environment)),
+      bundle_(std::move(bundle)),
+      engine_(environment_.systemLog) {
+  environment_.scheduler.host = [this] { return delegate(); };
+  defineGlobals();
+}
+
+void Application::defineGlobals() {
+  QJSEngine& engine = engine_.engine();
+  QJSValue program = engine.newObject();
+  program.setProperty("application", engine.newQObject(new ApplicationObject(*this)));
+  program.setProperty("launcher",
+                      engine.newQObject(new LauncherObject(engine_, environment_.launcher)));
+  program.setProperty("system", engine.newQObject(new SystemKit(engine_, environment_.system)));
+  program.setProperty("bundlePath", QString::fromStdString(bundle_.path));
+  program.setProperty("bundleIdentifier",
+                      bundle_.identifier ? QJSValue(QString::fromStdString(*bundle_.identifier))
+                                         : QJSValue(QJSValue::NullValue));
+  const QJSValue global = engine.globalObject();
+  evaluateScriptFile(engine, "menus.js").call({global});
+  const QJSValue globals = evaluateScriptFile(engine, "globals.js").call({program, global});
+  delegate_ = globals.property("delegate");
+  delegateOrigin_ = globals.property("delegateOrigin");
+}
+
+void Application::loadScripts() {
+  for (const Bundle::Script& script : bundle_.scripts) engine_.run(script);
+  if (!delegate() && !exitStatus_) {
+    environment_.systemLog->write(bundle_.path +
+                                  ": warning: no host script has set application.delegate");
+  }
+}
+
+void Application::finishLaunching() {
+  isRunning_ = true;
+  if (const auto host = delegate()) host->applicationDidFinishLaunching();
+}
+
+void Application::willTerminate() {
+  if (!std::exchange(isRunning_, false)) return;
+  if (const auto host = delegate()) host->applicationWillTerminate();
+}
+
+std::shared_ptr<ScriptHost> Application::delegate() {
+  QJSValue object = delegate_.call();
+  if (!object.isObject()) return nullptr;
+  return std::make_shared<ScriptHost>(engine_, std::move(object),
+                                      delegateOrigin_.call().toString());
+}
+
+std::shared_ptr<KVTimer> Application::createScheduler() {
+  return KVTimer::create(environment_.scheduler);
+}
+
+void Application::terminate(int status) {
+  if (exitStatus_) return;
+  exitStatus_ = status;
+  environment_.quit();
+}
+
+}  // namespace kv

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QJSValue>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "app/Bundle.h"
+#include "app/ScriptEngine.h"
+#include "app/ScriptHost.h"
+#include "app/SystemKit.h"
+#include "launcher/UtilsSch.h"
+#include "scheduler/KVTimer.h"
+
+namespace kv {
+
+/// The application as its host script sees it: the global objects, the delegate, the bundle, and
+/// the way from start to end.
+///
+/// Loading ──scripts have run──► Loaded ──finishLaunching──► Running ──willTerminate──► Ended
+///
+/// terminate() asks for the end in any state; whoever runs the event loop looks at exitStatus()
+/// before it begins.
+///
+/// Threads    the thread of the application object.
+/// Ownership  owns the script engine. A scheduler that the script made calls back into this object
+///            from its timer: the run loop must drop its timers before this object dies.
+/// Errors     loadScripts() throws StartupError; a fault of a script after that goes to the system
+///            log.
+class Application {
+ public:
+  struct Environment {
+    /// Of its members `host` is set by the application.
+    KVTimer::Environment scheduler;
+    UtilsSch::Environment launcher;
+    SystemKit::Environment system;
+    std::shared_ptr<SystemLog> systemLog;
+    /// Makes the event loop return; without effect before it runs.
+    std::function<void()> quit;
+  };
+
+  Application(Environment environment, Bundle bundle);
+  Application(const Application&) = delete;
+  Application& operator=(const Application&) = delete;
+
+  /// Runs the bundle's scripts in order. Without a delegate afterwards the system log warns.
+  void loadScripts();
+
+  /// Tells the delegate that the event loop runs.
+  void finishLaunching();
+
+  /// Tells the delegate of the end, when it was told of the beginning.
+  void willTerminate();
+
+  /// The delegate of this moment; null when the script has set no object.
+  std::shared_ptr<ScriptHost> delegate();
+
+  /// A new scheduler, already running; the script's KVTimer constructor.
+  std::shared_ptr<KVTimer> createScheduler();
+
+  /// Ends the application with `status`; of several calls the first counts.
+  void terminate(int status);
+
+  /// Present once the end has been asked for.
+  std::optional<int> exitStatus() const { return exitStatus_; }
+
+  ScriptEngine& scripts() { return engine_; }
+
+ private:
+  void defineGlobals();
+
+  Environment environment_;
+  Bundle bundle_;
+  ScriptEngine engine_;
+  QJSValue delegate_;
+  QJSValue delegateOrigin_;
+  std::optional<int> exitStatus_;
+  bool isRunning_ = false;
+};
+
+}  // namespace kv

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QObject>
+
+#include "app/Application.h"
+
+namespace kv {
+
+/// What stands behind a script's `application` and its KVTimer constructor (script/globals.js).
+/// Threads: the engine's. Belongs to the engine. A C++ exception becomes a JavaScript one.
+class ApplicationObject final : public QObject {
+  Q_OBJECT
+ public:
+  explicit ApplicationObject(Application& application) : application_(application) {}
+
+  Q_INVOKABLE void terminate(int status);
+  /// A SchedulerObject, which belongs to the engine.
+  Q_INVOKABLE QObject* createScheduler();
+
+ private:
+  Application& application_;
+};
+
+}  // namespace kv

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QJSValue>
+#include <QObject>
+#include <QString>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/ScriptEngine.h"
+#include "platform/Clock.h"
+#include "platform/RunLoop.h"
+#include "platform/linux/Volumes.h"
+
+namespace kv {
+
+/// What stands behind a script's `system` (script/globals.js): what a host must know of the
+/// machine to answer the scheduler.
+///
+/// Threads    the engine's.
+/// Ownership  belongs to the engine.
+/// Errors     a C++ exception becomes a JavaScript one; what is not there is null or false.
+class SystemKit final : public QObject {
+  Q_OBJECT
+ public:
+  struct Environment {
+    std::shared_ptr<const Clock> clock;
+    std::shared_ptr<RunLoop> runLoop;
+    std::string programFolder;
+    std::string homeFolder;
+    std::string stateFolder;
+    std::string historyFile;
+  };
+
+  /// The mount table is read again when it is older: a script asks for a destination once or twice
+  /// per task, a thousand times in a tick.
+  static constexpr Seconds kMountTableAge{1.0};
+
+  SystemKit(ScriptEngine& engine, Environment environment);
+
+  Q_INVOKABLE bool exists(const QString& path);
+  Q_INVOKABLE QString mountPoint(const QString& path);
+  Q_INVOKABLE bool destinationPresent(const QString& path);
+  Q_INVOKABLE QJSValue processesRunning(const QString& executable);
+  Q_INVOKABLE QJSValue environment(const QString& name);
+  Q_INVOKABLE QJSValue readTail(const QString& path, double maxBytes);
+  /// Calls `action` once, `seconds` from now.
+  Q_INVOKABLE void after(double seconds, const QJSValue& action);
+
+  Q_INVOKABLE QString programFolder() { return QString::fromStdString(environment_.programFolder); }
+  Q_INVOKABLE QString homeFolder() { return QString::fromStdString(environment_.homeFolder); }
+  Q_INVOKABLE QString stateFolder() { return QString::fromStdString(environment_.stateFolder); }
+  Q_INVOKABLE QString historyFile() { return QString::fromStdString(environment_.historyFile); }
+
+ private:
+  const MountTable& mountTable();
+
+  ScriptEngine& engine_;
+  Environment environment_;
+  std::optional<MountTable> mountTable_;
+  Date mountTableRead_;
+};
+
+}  // namespace kv

@@ -1,0 +1,141 @@
+// What a host script finds: `application`, `KVTimer`, `UtilsSch` and `system`.
+//
+// `program` holds the program's objects behind them. Their operations take every argument, so each
+// is filled in here; texts may be null.
+(function (program, global) {
+  'use strict';
+
+  function define(name, value) {
+    Object.defineProperty(global, name, {value: value, writable: true, configurable: true});
+  }
+
+  const textOrNull = value => value === undefined || value === null ? null : String(value);
+  const listOf = value => Array.isArray(value) ? value : [];
+  const textsOf = value => Array.from(listOf(value), String);
+  const absentAsUndefined = value => value === null ? undefined : value;
+
+  // --- application ---
+
+  let delegate = null;
+  let delegateOrigin = '';
+  const isObject = value => value !== null && (typeof value === 'object' ||
+                                               typeof value === 'function');
+
+  const application = {
+    get delegate() { return delegate; },
+    set delegate(value) {
+      delegate = value;
+      // Where the fault is when the delegate lacks an operation.
+      delegateOrigin = new Error().stack;
+    },
+    terminate(code) { program.application.terminate(Number(code) | 0); }
+  };
+  Object.defineProperty(application, 'bundle', {
+    value: Object.freeze({path: program.bundlePath, identifier: program.bundleIdentifier}),
+    enumerable: true
+  });
+  // A script that declares a variable of this name must not cut the program off its delegate.
+  Object.defineProperty(global, 'application', {value: application, enumerable: true});
+
+  // --- KVTimer ---
+
+  const schedulers = new WeakMap();
+
+  function scheduler(timer) {
+    const found = schedulers.get(timer);
+    if (!found) throw new TypeError('this is no KVTimer');
+    return found;
+  }
+
+  class KVTimer {
+    constructor() { schedulers.set(this, program.application.createScheduler()); }
+
+    runTimer() { scheduler(this).runTimer(); }
+    stopTimer() { scheduler(this).stopTimer(); }
+    ScheduleTimer() { scheduler(this).ScheduleTimer(); }
+
+    getType(type) { return scheduler(this).getType(type | 0); }
+
+    getDestPathFromArray_Set(list, set) {
+      // The program finds the record; what it is asked for is given back as it stands in the list.
+      const records = listOf(list);
+      const names = records.map((record, index) => {
+        return {backupset: isObject(record) ? record.backupset : null, destinationPath: index};
+      });
+      const found = scheduler(this).getDestPathFromArray_Set(names, textOrNull(set));
+      if (typeof found !== 'number') return found;
+      const path = records[found].destinationPath;
+      return path === undefined ? null : path;
+    }
+
+    sortArrayForNextBackup(list) {
+      const records = listOf(list);
+      return scheduler(this).sortArrayForNextBackup(records).map(index => records[index]);
+    }
+
+    launchKelvaraWithSet(set) { scheduler(this).launchKelvaraWithSet(set); }
+    launchKelvaraScriptWithSet(set) { scheduler(this).launchKelvaraScriptWithSet(set); }
+
+    append(text) { return scheduler(this).append(String(text)); }
+    logString(text) { scheduler(this).logString(textOrNull(text)); }
+    logString_varstr(text, value) {
+      scheduler(this).logString_varstr(textOrNull(text), textOrNull(value));
+    }
+    logString_varnt(text, value) {
+      scheduler(this).logString_varnt(textOrNull(text), Number(value) | 0);
+    }
+    logString_varflt(text, value) {
+      scheduler(this).logString_varflt(textOrNull(text), Number(value));
+    }
+
+    // Null before the first timer, then whether the latest one is valid.
+    get timer() { return scheduler(this).timer(); }
+    get indexNum() { return scheduler(this).indexNum(); }
+    // The name of the set that is judged right now; null outside a tick.
+    get judgedSet() { return scheduler(this).judgedSet(); }
+    get ndt() { return new Date(scheduler(this).ndt()); }
+    get debugStarted() { return scheduler(this).debugStarted(); }
+    get dbugMenu() { return scheduler(this).dbugMenu(); }
+    set dbugMenu(item) {
+      if (item !== null && item !== undefined && !isObject(item)) {
+        throw new TypeError('dbugMenu takes a menu item: an object with a state');
+      }
+      scheduler(this).setDbugMenu(item === undefined ? null : item);
+    }
+  }
+  define('KVTimer', KVTimer);
+
+  // --- UtilsSch ---
+
+  define('UtilsSch', Object.freeze({
+    getTmSTring: () => program.launcher.getTmSTring(),
+    runAppAlone: list => program.launcher.runAppAlone(textsOf(list)),
+    runApp: list => program.launcher.runApp(textsOf(list)),
+    runScript: list => program.launcher.runScript(textsOf(list))
+  }));
+
+  // --- system ---
+
+  const kit = program.system;
+  define('system', Object.freeze({
+    exists: path => kit.exists(String(path)),
+    mountPoint: path => kit.mountPoint(String(path)),
+    destinationPresent: path => kit.destinationPresent(String(path)),
+    processesRunning: executable => kit.processesRunning(String(executable)),
+    environment: name => absentAsUndefined(kit.environment(String(name))),
+    readTail: (path, maxBytes) => absentAsUndefined(kit.readTail(String(path), Number(maxBytes))),
+    after(seconds, action) {
+      if (typeof action !== 'function') throw new TypeError('after takes a function');
+      kit.after(Number(seconds), action);
+    },
+    programFolder: kit.programFolder(),
+    homeFolder: kit.homeFolder(),
+    stateFolder: kit.stateFolder(),
+    historyFile: kit.historyFile()
+  }));
+
+  return {
+    delegate: () => isObject(delegate) ? delegate : null,
+    delegateOrigin: () => delegateOrigin
+  };
+})
