@@ -98,8 +98,8 @@ class Supervision {
   void passSignalsOn() {
     const int signal = signals_.take();
     if (signal == 0) return;
-    child_.signal(outcome_.interruptedBy == 0 ? SIGTERM : SIGKILL);
-    if (outcome_.interruptedBy == 0) outcome_.interruptedBy = signal;
+    child_.signal(isInterrupted() ? SIGKILL : SIGTERM);
+    if (!isInterrupted()) outcome_.interruptedBy = signal;
   }
 
   void drain() {
@@ -107,16 +107,19 @@ class Supervision {
       const auto progress = CopyProgress::parse(line);
       if (!progress) return;
       outcome_.bytes = std::max(outcome_.bytes, progress->bytes);
-      listener_.progress(*progress);
+      if (!isInterrupted()) listener_.progress(*progress);
     });
     errors_.drain([this](const std::string& line) {
       if (firstError_.empty()) firstError_ = line;
-      listener_.error(line);
+      // That it was interrupted need not be told by each of rsync's processes.
+      if (!isInterrupted()) listener_.error(line);
     });
   }
 
+  bool isInterrupted() const { return outcome_.interruptedBy != 0; }
+
   void finish(int status) {
-    if (outcome_.interruptedBy != 0) {
+    if (isInterrupted()) {
       outcome_.message = fmt::format("ended by signal {}", outcome_.interruptedBy);
     } else if (WIFSIGNALED(status)) {
       outcome_.message = fmt::format("rsync was killed by signal {}", WTERMSIG(status));
