@@ -6,6 +6,7 @@
 #include <QLoggingCategory>
 #include <QTimer>
 #include <clocale>
+#include <exception>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -120,12 +121,10 @@ int Agent::main(int argc, char** argv) {
   const auto systemLog = std::make_shared<SyslogSystemLog>(kProgramName);
   try {
     return Agent(*commandLine, systemLog).run();
-  } catch (const StartupError& error) {
+  } catch (const std::exception& error) {
     systemLog->write(error.what());
-  } catch (const PlatformError& error) {
-    systemLog->write(error.what());
+    return 1;
   }
-  return 1;
 }
 
 }  // namespace kv

@@ -78,7 +78,7 @@ class BinaryReader {
   }
 
   bool takeKeys(std::size_t count) {
-    return budget_.takeNodes(count) && budget_.takeBytes(count * PropertyListBudget::kKeyBytes);
+    return budget_.takeBytes(count * PropertyListBudget::kKeyBytes);
   }
 
   /// Points `rest` at what follows the object's marker.

@@ -20,7 +20,7 @@ struct PropertyListLimits {
   std::size_t fileBytes = 64u << 20;
   /// Values within values; the root has depth 1.
   std::size_t depth = 512;
-  /// Values and dictionary keys.
+  /// Values, containers included; keys count as memory only.
   std::size_t nodes = 1'000'000;
   /// What the tree and the reader's own state take: strings, keys, data and the nodes themselves.
   std::size_t memoryBytes = 128u << 20;

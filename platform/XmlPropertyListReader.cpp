@@ -395,12 +395,20 @@ class XmlReader {
     return keys_.size() - dictionary.firstKey == values_.size() - dictionary.firstValue;
   }
 
-  /// Values and keys lie on their stack and in their container for a moment: both are counted.
   bool pay(Element element) {
-    const std::size_t bytes = element == Element::kKey
-                                  ? PropertyListBudget::kKeyBytes + sizeof(std::string)
-                                  : PropertyListBudget::kValueBytes + sizeof(PropertyList);
-    return budget_.takeNodes(1) && budget_.takeBytes(bytes);
+    if (element == Element::kKey) {
+      return budget_.takeBytes(PropertyListBudget::kKeyBytes) &&
+             paySlot(keys_.size(), paidKeySlots_, sizeof(std::string));
+    }
+    return budget_.takeNodes(1) && budget_.takeBytes(PropertyListBudget::kValueBytes) &&
+           paySlot(values_.size(), paidValueSlots_, sizeof(PropertyList));
+  }
+
+  /// A place on a stack is paid for when the stack first grows so far; it never shrinks.
+  bool paySlot(std::size_t used, std::size_t& paid, std::size_t bytes) {
+    if (used < paid) return true;
+    ++paid;
+    return budget_.takeBytes(bytes);
   }
 
   bool text(std::string_view piece) {
@@ -521,6 +529,8 @@ class XmlReader {
   std::size_t textCost_ = 0;
   std::vector<PropertyList> values_;
   std::vector<std::string> keys_;
+  std::size_t paidValueSlots_ = 0;
+  std::size_t paidKeySlots_ = 0;
   std::size_t attributeDeclarations_ = 0;
   bool failed_ = false;
 };

@@ -123,7 +123,8 @@ void KVTimer::beginTick() {
 }
 
 void KVTimer::switchTracing() {
-  const auto state = dbugMenu ? dbugMenu->state() : kOff;
+  const auto item = dbugMenu;  // reading its state may make the host set another one
+  const auto state = item ? item->state() : kOff;
   logString_varstr("Debug state = ", fmt::format("{}", state));
   if (state != kOn) {
     debugStarted_ = false;
@@ -142,7 +143,7 @@ void KVTimer::switchTracing() {
     logString("debug interval past > now cancelling");
     debugStarted_ = false;
     ndt_ = environment_.clock->now();
-    dbugMenu->setState(kOff);
+    item->setState(kOff);
   }
 }
 

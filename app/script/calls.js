@@ -15,11 +15,8 @@
       const text = JSON.stringify(value);
       return text === undefined ? String(value) : text;
     } catch (nested) {
-      try {
-        return String(value);
-      } catch (hopeless) {
-        return '(a value that cannot be shown)';
-      }
+      // Not String(value): the engine recurses to death in an array that holds itself.
+      return Object.prototype.toString.call(value);
     }
   }
 

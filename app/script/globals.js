@@ -39,16 +39,20 @@
 
   // --- KVTimer ---
 
-  const schedulers = new WeakMap();
+  // Each KVTimer keeps its scheduler under this key. A WeakMap would be the obvious place, but the
+  // engine crashes in it once keys have been collected.
+  const schedulerKey = Symbol('scheduler');
 
   function scheduler(timer) {
-    const found = schedulers.get(timer);
+    const found = isObject(timer) ? timer[schedulerKey] : undefined;
     if (!found) throw new TypeError('this is no KVTimer');
     return found;
   }
 
   class KVTimer {
-    constructor() { schedulers.set(this, program.application.createScheduler()); }
+    constructor() {
+      Object.defineProperty(this, schedulerKey, {value: program.application.createScheduler()});
+    }
 
     runTimer() { scheduler(this).runTimer(); }
     stopTimer() { scheduler(this).stopTimer(); }

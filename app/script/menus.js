@@ -12,12 +12,8 @@
       this.separator = false;
       // The menu that holds the item, kept by that menu.
       Object.defineProperty(this, 'menu', {value: null, writable: true, configurable: true});
-      let checked = false;
-      Object.defineProperty(this, 'state', {
-        get: () => checked ? 1 : 0,
-        set: state => { checked = Boolean(state); },
-        enumerable: true
-      });
+      // 1 when checked, 0 when not.
+      this.state = 0;
     }
 
     static separatorItem() {

@@ -54,8 +54,7 @@ TEST(QtProcessLauncher, ServesSeveralThreads) {
   const auto files = [&] {
     return std::distance(std::filesystem::directory_iterator(folder.path()), {});
   };
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (files() < 8 && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
+  while (files() < 8) std::this_thread::yield();  // or until the time-out of the test
   EXPECT_EQ(files(), 8);
 }
 

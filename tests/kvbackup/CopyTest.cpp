@@ -98,10 +98,11 @@ TEST(CopyPlan, KeepsSourcesAndDestinationApart) {
     std::optional<ExitStatus> status;
     try {
       const CopyPlan plan = CopyPlan::make("Docs", sources, folder / test.destination);
-      for (std::size_t index = 0; index < sources.size(); ++index) {
-        EXPECT_EQ(plan.steps[index].target, (folder / "disk/Docs") + sources[index]);
-        EXPECT_TRUE(fs::is_directory(plan.steps[index].target));
-      }
+      ASSERT_EQ(plan.steps.size(), 3u);
+      EXPECT_EQ(plan.steps[0].target, (folder / "disk/Docs") + sources[0]);  // not the only "docs"
+      EXPECT_EQ(plan.steps[1].target, folder / "disk/Docs/docs2");
+      EXPECT_EQ(plan.steps[2].target, (folder / "disk/Docs") + sources[2]);
+      for (const auto& step : plan.steps) EXPECT_TRUE(fs::is_directory(step.target));
     } catch (const Refusal& refusal) {
       status = refusal.status();
     }

@@ -84,8 +84,8 @@ TEST(HostileDocuments, HoldAsManyNodesAndBytesAsTheLimitsAndNoMore) {
     return writePropertyList(members, encoding);
   };
   for (const PropertyListEncoding encoding : {kXml, kBinary}) {
-    EXPECT_TRUE(readPropertyList(dictionary(encoding, 10), {.nodes = 21}));
-    EXPECT_FALSE(readPropertyList(dictionary(encoding, 10), {.nodes = 20}));
+    EXPECT_TRUE(readPropertyList(dictionary(encoding, 10), {.nodes = 11}));
+    EXPECT_FALSE(readPropertyList(dictionary(encoding, 10), {.nodes = 10}));
     const PropertyList largeValues[] = {std::string(600'000, 'x'), repeated("\u20AC", 200'000),
                                         PropertyList::Data(600'000)};
     for (const PropertyList& value : largeValues) {

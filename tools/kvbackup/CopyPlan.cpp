@@ -91,6 +91,16 @@ void checkSourcesApart(const std::vector<std::string>& sources) {
   }
 }
 
+/// Where a source goes below DESTINATION/NAME: under its last name, or under its whole path when
+/// another source has that name too (and for "/", which has none).
+std::string placeOf(const std::string& source, const std::vector<std::string>& sources) {
+  const auto lastName = [](const std::string& path) { return fs::path(path).filename(); };
+  const auto sharing = std::count_if(sources.begin(), sources.end(), [&](const auto& other) {
+    return lastName(other) == lastName(source);
+  });
+  return sharing == 1 && lastName(source) != "" ? "/" + lastName(source).string() : source;
+}
+
 /// Makes the folder and makes sure that it is where its path says: through a link the deletions
 /// of a mirror could reach anything.
 void makeTarget(const std::string& target) {
@@ -114,7 +124,9 @@ CopyPlan CopyPlan::make(const std::string& name, const std::vector<std::string>&
   for (const std::string& source : sources) {
     checkSource(source);
     folders.push_back(absolutePath(source));
-    plan.steps.push_back({folders.back(), plan.folder + folders.back()});
+  }
+  for (const std::string& folder : folders) {
+    plan.steps.push_back({folder, plan.folder + placeOf(folder, folders)});
   }
   checkApart(folders, destination);
   for (const Step& step : plan.steps) makeTarget(step.target);

@@ -7,8 +7,8 @@ namespace kv {
 
 /// Which folders a run mirrors where.
 ///
-/// Each source has a folder of its own below DESTINATION/NAME, under its whole path: sources of
-/// the same last name stay apart, and adding or removing one moves no other.
+/// Each source has a folder of its own below DESTINATION/NAME: under its last name, or under its
+/// whole path when several sources have the same one, so that they stay apart.
 ///
 /// Errors     Refusal, with the status of the rule that is broken.
 struct CopyPlan {
