@@ -1,18 +1,21 @@
 #pragma once
 
+#include <signal.h>
+
+#include <QDeadlineTimer>
 #include <QProcess>
-#include <optional>
+#include <QProcessEnvironment>
 #include <string>
-#include <vector>
 
 #include "tests/support/TemporaryFolder.h"
 
 namespace kv::test {
 
 /// A user's world on disk: a home, a runtime folder and a bundle with one script.
-class AgentFolders {
- public:
-  AgentFolders();
+struct AgentFolders {
+  AgentFolders() {
+    for (const char* folder : {"home", "runtime"}) std::filesystem::create_directory(root / folder);
+  }
   void writeScript(const std::string& text) { writeFile(root / "bundle/Scripts/host.js", text); }
 
   TemporaryFolder root;
@@ -21,29 +24,46 @@ class AgentFolders {
 /// The real program, running in such a world.
 class AgentProcess {
  public:
-  explicit AgentProcess(const AgentFolders& folders) : folders_(folders) {}
-  ~AgentProcess();
-
-  /// Starts the agent with the folders' bundle; `wrapper` is a command that runs the one behind it.
-  void start(const std::vector<std::string>& wrapper = {});
-  /// Starts the agent with these arguments alone.
-  void startWith(const std::vector<std::string>& arguments,
-                 const std::vector<std::string>& wrapper = {});
+  /// `wrapper` is a command that runs the one behind it.
+  explicit AgentProcess(const AgentFolders& folders, QStringList wrapper = {}) {
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", QString::fromStdString(folders.root / "home"));
+    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(folders.root / "runtime"));
+    environment.remove("XDG_STATE_HOME");
+    process_.setProcessEnvironment(environment);
+    wrapper << KV_AGENT << "--bundle" << QString::fromStdString(folders.root / "bundle");
+    process_.start(wrapper.takeFirst(), wrapper);
+    process_.waitForStarted(kPatienceMilliseconds);
+  }
+  ~AgentProcess() {
+    process_.kill();
+    exitStatus();
+  }
 
   /// Waits until standard error holds `text`; false when the agent ends or half a minute passes.
-  bool waitFor(const std::string& text);
-  /// Waits for the end and yields the exit status, or the negative number of the signal that ended
-  /// it; nothing when it does not end.
-  std::optional<int> exitStatus();
-  /// Sends the signal again and again until the agent ends, as exitStatus() tells.
-  std::optional<int> exitStatusAfterSignals(int number);
-  void signal(int number) const;
+  bool waitFor(const std::string& text) {
+    const QDeadlineTimer limit(kPatienceMilliseconds);
+    process_.setReadChannel(QProcess::StandardError);
+    while (errors().find(text) == std::string::npos &&
+           process_.waitForReadyRead(static_cast<int>(limit.remainingTime()))) {
+    }
+    return errors().find(text) != std::string::npos;
+  }
+
+  void signal(int number) const { ::kill(pid(), number); }
+
+  /// Waits for the end and yields the exit status; -1 when a signal ended it or it does not end.
+  int exitStatus() {
+    process_.waitForFinished(kPatienceMilliseconds);
+    const bool running = process_.state() != QProcess::NotRunning;
+    return running || process_.exitStatus() != QProcess::NormalExit ? -1 : process_.exitCode();
+  }
+
   int pid() const { return static_cast<int>(process_.processId()); }
-  std::string errors();
-  std::string output() { return process_.readAllStandardOutput().toStdString(); }
+  std::string errors() { return errors_ += process_.readAllStandardError().toStdString(); }
 
  private:
-  const AgentFolders& folders_;
+  static constexpr int kPatienceMilliseconds = 30'000;
   QProcess process_;
   std::string errors_;
 };

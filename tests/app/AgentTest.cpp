@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <signal.h>
 
 #include "platform/PropertyListWriter.h"
 #include "scheduler/ScheduleDocuments.h"
@@ -19,43 +18,34 @@ constexpr char kPlainScript[] = R"(application.delegate = {
   applicationWillTerminate() { console.log('ending'); }
 };)";
 
-class AgentTest : public testing::Test {
- protected:
+struct AgentTest : testing::Test {
   AgentFolders folders_;
 };
 
-TEST_F(AgentTest, StartsABackupThatIsDue) {
+TEST_F(AgentTest, StartsABackupThatIsDueInAnyLocale) {
   writeFile(folders_.root / ("home/" + std::string(ScheduleDocuments::kFirst)),
-            writePropertyList(PropertyList::Array{Task("Docs").daily("00:00").onceADay()},
+            writePropertyList(PropertyList::Array{Task("Größe").daily("00:00").onceADay()},
                               PropertyListEncoding::kXml));
   folders_.writeScript(R"(
-      let timer;
       application.delegate = {
-        applicationDidFinishLaunching() {
-          timer = new KVTimer();
-          timer.ScheduleTimer();
-          application.terminate(0);
-        },
-        reloadMenuNow(list) {
-          console.log('menu of', list.length, list[0].schopts.datePick instanceof Date);
-        },
+        applicationDidFinishLaunching() { new KVTimer().ScheduleTimer(); application.terminate(); },
+        reloadMenuNow(list) { console.log('dates', list[0].schopts.datePick instanceof Date); },
         checkIfDiskExists_fromSchedule(path, one) { console.log('disk', path, one); return true; },
-        checkRunningBackupStatus() { return 0; },
-        checkBackupStatus() { return 0; },
-        backupNow(set) { console.log('backup of', set); }
+        checkRunningBackupStatus() { return 0; }, checkBackupStatus() { return 0; },
+        backupNow(set) { console.log('backup of', set, 0.5, '100%s \x1b[31m'); }
       };)");
-  AgentProcess agent(folders_);
-  agent.start();
+  AgentProcess agent(folders_, {"/usr/bin/env", "LC_ALL=C"});
   EXPECT_EQ(agent.exitStatus(), 0);
-  EXPECT_THAT(agent.errors(), AllOf(HasSubstr("menu of 1 true"), HasSubstr("disk /disk/Docs 1"),
-                                    HasSubstr("backup of Docs")));
+  EXPECT_THAT(agent.errors(),
+              AllOf(HasSubstr("dates true\n"), HasSubstr("disk /disk/Größe 1\n"),
+                    HasSubstr("backup of Größe 0.5 100%s  [31m\n"), Not(HasSubstr("UTF-8"))));
 }
 
-TEST_F(AgentTest, EndsCleanlyOnASignal) {
+TEST_F(AgentTest, EndsCleanlyOnASignalEvenOneThatItsParentBlocked) {
   folders_.writeScript(kPlainScript);
-  for (const int number : {SIGTERM, SIGINT}) {
-    AgentProcess agent(folders_);
-    agent.start();
+  const QStringList wrappers[] = {{}, {"/usr/bin/env", "--block-signal=TERM"}};
+  for (const int number : {SIGINT, SIGTERM}) {
+    AgentProcess agent(folders_, wrappers[number == SIGTERM ? 1 : 0]);
     ASSERT_TRUE(agent.waitFor("launched"));
     agent.signal(number);
     EXPECT_EQ(agent.exitStatus(), 0);
@@ -63,133 +53,71 @@ TEST_F(AgentTest, EndsCleanlyOnASignal) {
   }
 }
 
-TEST_F(AgentTest, ASecondSignalEndsAScriptThatHangs) {
-  folders_.writeScript(R"(application.delegate = {
-      applicationDidFinishLaunching() { console.log('hanging'); for (;;) {} } };)");
-  AgentProcess agent(folders_);
-  agent.start();
-  ASSERT_TRUE(agent.waitFor("hanging"));
-  EXPECT_EQ(agent.exitStatusAfterSignals(SIGTERM), -SIGTERM);
-}
-
-TEST_F(AgentTest, ABlockedSignalOfTheParentEndsItAllTheSame) {
-  folders_.writeScript(kPlainScript);
-  AgentProcess agent(folders_);
-  agent.start({"/usr/bin/env", "--block-signal=TERM"});
-  ASSERT_TRUE(agent.waitFor("launched"));
-  agent.signal(SIGTERM);
-  EXPECT_EQ(agent.exitStatus(), 0);
-}
-
-TEST_F(AgentTest, AScriptEndsTheAgentWithItsStatus) {
-  struct {
-    const char* script;
-    bool tellsTheEnd;
-  } const kCases[] = {
-      {"application.terminate(3);", false},
-      {"applicationDidFinishLaunching() { application.terminate(3); }", true},
-      {"applicationDidFinishLaunching() { system.after(0.01, () => application.terminate(3)); }",
-       true},
+TEST_F(AgentTest, AScriptEndsTheAgentWithItsFirstStatus) {
+  // A variable of the same name must not cut the program off its delegate.
+  const std::string delegate = R"(var application = application || 5;
+      application.delegate = { applicationWillTerminate() { console.log('end'); },
+                               applicationDidFinishLaunching() { )";
+  const std::pair<std::string, const char*> kCases[] = {
+      {delegate + "} }; application.terminate(3); application = null;", ""},
+      {delegate + "application.terminate(3); application.terminate(4) } };", ": end\n"},
+      {"new KVTimer().ScheduleTimer(); system.after(0.01, () => application.terminate(3));",
+       "no host script has set"},
   };
-  for (const auto& one : kCases) {
-    SCOPED_TRACE(one.script);
-    const std::string script = one.script;
-    const bool atOnce = script.starts_with("application.");
-    folders_.writeScript(
-        "application.delegate = { applicationWillTerminate() { console.log('end'); }, " +
-        (atOnce ? "}; " + script : script + "};"));
+  for (const auto& [script, says] : kCases) {
+    folders_.writeScript(script);
     AgentProcess agent(folders_);
-    agent.start();
-    EXPECT_EQ(agent.exitStatus(), 3);
-    EXPECT_EQ(agent.errors().find(": end") != std::string::npos, one.tellsTheEnd);
+    EXPECT_EQ(agent.exitStatus(), 3) << script;
+    const std::string errors = agent.errors();
+    EXPECT_THAT(errors, HasSubstr(says));
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), *says == '\0' ? 0 : 1) << errors;
   }
-}
-
-TEST_F(AgentTest, RunsWithoutADelegateAndSaysSo) {
-  folders_.writeScript("system.after(0.01, () => console.log('still here'));");
-  AgentProcess agent(folders_);
-  agent.start();
-  EXPECT_TRUE(agent.waitFor("still here"));
-  EXPECT_THAT(agent.errors(), HasSubstr("bundle: warning: no host script has set"));
 }
 
 TEST_F(AgentTest, RunsOncePerUser) {
   folders_.writeScript(kPlainScript);
   AgentProcess first(folders_);
-  first.start();
   ASSERT_TRUE(first.waitFor("launched"));
   AgentProcess second(folders_);
-  second.start();
   EXPECT_EQ(second.exitStatus(), 1);
   EXPECT_THAT(second.errors(), AllOf(HasSubstr("already running"),
                                      HasSubstr("process " + std::to_string(first.pid()))));
-  AgentFolders otherUser;
-  otherUser.writeScript(kPlainScript);
-  AgentProcess third(otherUser);
-  third.start();
-  EXPECT_TRUE(third.waitFor("launched"));
   first.signal(SIGKILL);
   first.exitStatus();
-  AgentProcess fourth(folders_);
-  fourth.start();
-  EXPECT_TRUE(fourth.waitFor("launched"));
+  EXPECT_TRUE(AgentProcess(folders_).waitFor("launched")) << "a crash must not lock anybody out";
 }
 
-TEST_F(AgentTest, ABundleThatCannotBeLoadedEndsTheStart) {
-  struct {
-    const char* file;
-    const char* text;
-    std::string message;
-  } const kCases[] = {
-      {"Scripts/host.js", "\nlet a = ;\n", "host.js:2: SyntaxError"},
-      {"Scripts/host.js", "\n\nthrow 'words'", "host.js:3: threw words"},
-      {"Info.plist", "nonsense", "Info.plist: is no property list"},
+TEST_F(AgentTest, RunsTheScriptsInTheByteOrderOfTheirNames) {
+  for (const char* name : {"b.js", "Z.js", "ä.js", "10.js", ".a.js", "a.js~", "zz.js"}) {
+    writeFile(folders_.root / ("bundle/Scripts/" + std::string(name)),
+              "\xEF\xBB\xBF var names = (this.names || '') + ' " + std::string(name) + "';");
+  }
+  writeFile(folders_.root / "bundle/Info.plist",
+            writePropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.example"}},
+                              PropertyListEncoding::kXml));
+  writeFile(folders_.root / "bundle/Scripts/ü.js",
+            "console.log(application.bundle.identifier + names); application.terminate();");
+  AgentProcess agent(folders_);
+  EXPECT_EQ(agent.exitStatus(), 0);
+  EXPECT_THAT(agent.errors(), HasSubstr("ü.js:1: com.example 10.js Z.js b.js zz.js ä.js\n"));
+}
+
+TEST_F(AgentTest, ABundleThatCannotBeLoadedEndsTheStartWithOneLine) {
+  const std::tuple<std::string, const char*, const char*> kCases[] = {
+      {"Scripts/readme.txt", "", "/bundle/Scripts: holds no host script (*.js)"},
+      {"Scripts/a.js", "\nlet a = ;\n", "/bundle/Scripts/a.js:2: SyntaxError"},
+      {"Scripts/a.js", "function f() {\n system.after(1) }\nf()", "/a.js:2: TypeError: after ta"},
+      {"Info.plist", "nonsense", "/bundle/Info.plist: is no property list"},
   };
-  for (const auto& one : kCases) {
+  for (const auto& [file, text, message] : kCases) {
     AgentFolders folders;
-    folders.writeScript(kPlainScript);
-    writeFile(folders.root / ("bundle/" + std::string(one.file)), one.text);
+    writeFile(folders.root / ("bundle/" + file), text);
+    if (file == "Info.plist") folders.writeScript(kPlainScript);
     AgentProcess agent(folders);
-    agent.start();
     EXPECT_EQ(agent.exitStatus(), 1);
     const std::string errors = agent.errors();
-    EXPECT_THAT(errors, HasSubstr(folders.root / "bundle"));
-    EXPECT_THAT(errors, HasSubstr(one.message));
+    EXPECT_THAT(errors, AllOf(HasSubstr(folders.root / "bundle"), HasSubstr(message)));
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
-  }
-}
-
-TEST_F(AgentTest, KnowsItsOptions) {
-  struct {
-    std::vector<std::string> arguments;
-    bool succeeds;
-    const char* output;
-    const char* errors;
-  } const kCases[] = {
-      {{"--help"}, true, "--bundle DIR", ""},
-      {{"--version"}, true, "KVScheduler ", ""},
-      {{"--nonsense"}, false, "", "--nonsense"},
-      {{"--bundle"}, false, "", "--bundle"},
-      {{"stray"}, false, "", "stray"},
-      {{"--bundle", "/no/such/folder"}, false, "", "no bundle at \"/no/such/folder\""},
-  };
-  for (const auto& one : kCases) {
-    SCOPED_TRACE(testing::PrintToString(one.arguments));
-    AgentProcess agent(folders_);
-    agent.startWith(one.arguments);
-    EXPECT_EQ(agent.exitStatus() == 0, one.succeeds);
-    EXPECT_THAT(agent.output(), HasSubstr(one.output));
-    EXPECT_THAT(agent.errors(), HasSubstr(one.errors));
-  }
-}
-
-TEST_F(AgentTest, NoOrdinaryLocaleDisturbsIt) {
-  folders_.writeScript("console.log('größe', (1.5).toString()); application.terminate();");
-  for (const char* locale : {"LC_ALL=C", "LC_ALL=POSIX", "LC_ALL=de_DE.ISO-8859-1"}) {
-    AgentProcess agent(folders_);
-    agent.start({"/usr/bin/env", locale});
-    EXPECT_EQ(agent.exitStatus(), 0);
-    EXPECT_THAT(agent.errors(), AllOf(HasSubstr("größe 1.5"), Not(HasSubstr("UTF-8"))));
   }
 }
 

@@ -1,129 +1,108 @@
 #include <gmock/gmock.h>
 
-#include <future>
-
-#include "app/StartupError.h"
 #include "tests/app/ScriptWorld.h"
 
 namespace kv::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::HasSubstr;
 
-TEST(ScriptGlobals, AScriptFindsOutWhatThereIs) {
+TEST(Console, WritesToTheSystemLog) {
   ScriptWorld world;
-  EXPECT_EQ(world.show(R"([typeof application, typeof KVTimer, typeof NSMenu, typeof NSMenuItem,
-      typeof UtilsSch.runApp, typeof console.log, typeof system.exists, typeof system.noSuchThing,
-      typeof NoSuchClass].join())"),
-            "object,function,function,function,function,function,function,undefined,undefined");
-  EXPECT_EQ(world.show("application.bundle.path + application.bundle.identifier"), "/bundlenull");
-}
-
-TEST(ScriptGlobals, TheProgramKeepsItsApplicationObject) {
-  ScriptWorld world;
-  world.script("var application = application || 5; application.delegate = {};");
-  world.script("application = null;");
-  EXPECT_NE(world.application->delegate(), nullptr);
-}
-
-TEST(ScriptGlobals, AScriptThatCannotBeLoadedSaysWhere) {
-  struct {
-    const char* text;
-    const char* message;
-  } const kCases[] = {
-      {"\n\nlet a = ;", "/bundle/host.js:3: SyntaxError: Expected token `numeric literal'"},
-      {"\nthrow 'words'", "/bundle/host.js:2: threw words"},
-      {"\n\nfunction f() {\n throw new Error('deep') }\nf()", "/bundle/host.js:4: Error: deep"},
-      {"\nnoSuchFunction()", "/bundle/host.js:2: ReferenceError: noSuchFunction is not defined"},
-      {"\nKVTimer()",
-       "/bundle/host.js:2: TypeError: Cannot call a class constructor without |new|"},
-      {"\nsystem.after(1)", "/bundle/host.js:2: TypeError: after takes a function"},
-  };
-  for (const auto& one : kCases) {
-    ScriptWorld world;
-    try {
-      world.script(one.text);
-      ADD_FAILURE() << "loaded: " << one.text;
-    } catch (const StartupError& error) {
-      EXPECT_STREQ(error.what(), one.message);
-    }
-  }
-  ScriptWorld world;
-  EXPECT_NO_THROW(world.script("new Error('only a value')"));
-}
-
-TEST(ScriptGlobals, TheConsoleWritesToTheSystemLog) {
-  ScriptWorld world;
-  world.script(R"(console.log('text', 1.5, true, null, undefined, {a: [1]}, () => 1);
-      console.info(); console.debug('two\nlines');
+  world.script(R"(console.log('text', 1.5, true, null, undefined, {a: [1]});
+      console.debug('two\nlines');
       console.warn(new Error('oops'));
-      const cycle = {}; cycle.self = cycle; console.error('cycle', cycle);)");
+      const cycle = {}, a = []; cycle.self = cycle; console.error(cycle);
+      a.push(a); console.log(a);)");
   EXPECT_THAT(world.log(),
-              ElementsAre("/bundle/host.js:1: text 1.5 true null undefined {\"a\":[1]} "
-                          "function() { [native code] }",
-                          "/bundle/host.js:2: ", "/bundle/host.js:2: two",
-                          "/bundle/host.js:2: lines", "/bundle/host.js:3: warning: Error: oops",
-                          "/bundle/host.js:4: error: cycle [object Object]"));
+              ElementsAre("/bundle/host.js:1: text 1.5 true null undefined {\"a\":[1]}",
+                          "/bundle/host.js:2: two", "/bundle/host.js:2: lines",
+                          "/bundle/host.js:3: warning: Error: oops",
+                          "/bundle/host.js:4: error: [object Object]",
+                          "/bundle/host.js:5: [object Array]"));
 }
 
-TEST(ScriptGlobals, MenusHoldItems) {
+TEST(KVTimer, HasTheOperationsAndFieldsOfTheScheduler) {
   ScriptWorld world;
-  world.script(R"(var menu = new NSMenu('Sets'), sub = new NSMenu();
-      var first = new NSMenuItem('First', () => 'done'), line = NSMenuItem.separatorItem();
-      menu.addItem(first); menu.addItem(line); menu.insertItem(new NSMenuItem('Zero'), 0);
-      first.submenu = sub;)");
-  EXPECT_EQ(world.show("menu.items.map(item => item.title).join() + menu.numberOfItems"),
-            "Zero,First,3");
-  EXPECT_EQ(world.show("[first.action(), first.state, first.enabled, line.separator, line.enabled,"
-                       " first.menu === menu, menu.itemWithTitle('Zero') === menu.items[0],"
-                       " menu.itemWithTitle('none'), new NSMenuItem().action].join()"),
-            "done,0,true,true,false,true,true,,");
-  world.script("first.state = 5; sub.addItem(first); menu.removeItem(first);");
-  EXPECT_EQ(world.show("first.state + menu.items.length + sub.items[0].title"), "3First");
-  world.script("menu.removeAllItems()");
-  EXPECT_EQ(world.show("menu.items.length + ' ' + line.menu"), "0 null");
-  EXPECT_THAT(world.show("try { menu.addItem({title: 'x'}) } catch (error) { String(error) }"),
-              testing::HasSubstr("TypeError"));
+  world.clock->present = Date::fromUnixSeconds(1709631000.5);
+  world.script(R"(var timer = new KVTimer(), asked = [];
+      application.delegate = { backupNowViaScript(set) { asked.push(set); } };
+      timer.launchKelvaraScriptWithSet(); timer.launchKelvaraScriptWithSet({a: [1]});)");
+  EXPECT_EQ(world.show("JSON.stringify([timer.indexNum, timer.ndt, timer.getType(-1), asked])"),
+            R"([null,"2024-03-05T09:30:00.500Z","Daily?",[null,{"a":[1]}]])");
+  EXPECT_EQ(world.show("timer.stopTimer(); timer.timer"), "false");
+  world.script("timer.runTimer(); timer.runTimer();");  // the first one runs on
+  EXPECT_EQ(world.runLoop->validTimers(), 2u);
+  EXPECT_THAT(world.show("timer.dbugMenu = 5"), HasSubstr("TypeError"));
+  EXPECT_THAT(world.show("timer.runTimer.call({})"), HasSubstr("this is no KVTimer"));
 }
 
-TEST(ScriptGlobals, UtilsSchStartsPrograms) {
-  ScriptWorld world;
-  EXPECT_EQ(world.show("UtilsSch.runAppAlone(['/a', 'ignored'])"), "SCH end block running app.");
-  EXPECT_EQ(world.show("UtilsSch.runApp(['/b', 1.5, true, 'ignored'])"),
-            "SCH end block running app.");
-  EXPECT_EQ(world.show("UtilsSch.runScript(['/c', '4R82T6', 'größe'])"), "end SCH block");
-  EXPECT_EQ(world.show("UtilsSch.runScript('/not a list') + UtilsSch.runAppAlone()"),
-            "end SCH blockSCH end block running app.");
-  EXPECT_EQ(world.show("UtilsSch.getTmSTring().length"), "8");
-  std::promise<void> drained;  // the queue has one thread: what was added before has run
-  world.queue->async([&] { drained.set_value(); });
-  drained.get_future().wait();
-  EXPECT_THAT(world.launcher->started, ElementsAre("/a", "/b|1.5|true", "/c|4R82T6|größe"));
+TEST(KVTimer, TakesAnyObjectWithAStateForTheMenuItem) {
+  const std::pair<std::string, const char*> kCases[] = {
+      {"Object.assign(new NSMenuItem('Debug'), {state: 1})", "true"},
+      {"{state: '1'}", "true"},
+      {"{state: 2}", "false"},
+      {"{get state() { throw 'no'; }}", "false"},
+      {"null", "false"},
+  };
+  for (const auto& [item, traces] : kCases) {
+    ScriptWorld world;
+    world.script("var timer = new KVTimer(), item = (" + item +
+                 "); timer.dbugMenu = item; timer.ScheduleTimer();");
+    EXPECT_EQ(world.show("timer.dbugMenu === item"), "true") << item;
+    EXPECT_EQ(world.show("timer.debugStarted"), traces) << item;
+  }
 }
 
-TEST(ScriptGlobals, TerminateTakesTheFirstStatus) {
+TEST(KVTimer, HoldsAMenuItemAndSwitchesItOff) {
   ScriptWorld world;
-  EXPECT_EQ(world.application->exitStatus(), std::nullopt);
-  world.script("application.terminate(3); application.terminate(4);");
-  EXPECT_EQ(world.application->exitStatus(), 3);
-  EXPECT_EQ(world.quits, 1);
-  ScriptWorld other;
-  other.script("application.terminate()");
-  EXPECT_EQ(other.application->exitStatus(), 0);
+  world.script("var timer = new KVTimer(); timer.dbugMenu = {state: 1, mine: 'yes'};");
+  world.collectGarbage();
+  world.runLoop->advance(Seconds(57));
+  EXPECT_EQ(world.show("timer.dbugMenu.mine + timer.debugStarted"), "yestrue");
+  world.script("timer.logString(); timer.logString_varstr('a ', null);");
+  EXPECT_THAT(readFile(world.home / "trace.txt"), testing::EndsWith(" [Timer] a (null)\n"));
+  world.clock->present = world.clock->present + Seconds(10001);  // traced for too long
+  EXPECT_EQ(world.show("timer.ScheduleTimer(); timer.dbugMenu.state + ' ' + timer.debugStarted"),
+            "0 false");
 }
 
-TEST(ScriptGlobals, TheEndIsToldOnceAndOnlyAfterTheBeginning) {
+TEST(KVTimer, GivesAScriptItsOwnRecordsBack) {
   ScriptWorld world;
-  world.script(R"(var told = '';
-      application.delegate = { applicationDidFinishLaunching() { told += 'begin '; },
-                               applicationWillTerminate() { told += 'end '; } };)");
-  world.application->willTerminate();
-  EXPECT_EQ(world.show("told"), "");
-  world.application->finishLaunching();
-  world.application->willTerminate();
-  world.application->willTerminate();
-  EXPECT_EQ(world.show("told"), "begin end ");
+  world.clock->present = Date::fromUnixSeconds(1000);
+  world.script(R"(
+      const minutes = (name, due) => ({backupset: name, destinationPath: {name},
+          schopts: {scheduleIt: 1, dayWeekOrHour: 3, minhourdate: new Date(due * 1000)}});
+      var list = [null, minutes('a', 900), 5, minutes('b', 700), minutes('c', 800), {}];
+      list[3].self = list;
+      var timer = new KVTimer(), sorted = timer.sortArrayForNextBackup(list);
+      var path = set => timer.getDestPathFromArray_Set(list, set);)");
+  EXPECT_EQ(world.show("sorted.map(record => list.indexOf(record)).join()"), "3,1");
+  EXPECT_EQ(world.show("(path('b') === list[3].destinationPath) + path('x') + path(null)"),
+            "truenonenone");
+  EXPECT_THAT(world.show("timer.sortArrayForNextBackup([{get a() { throw 'no' }}])"),
+              HasSubstr("a member cannot be read"));
+}
+
+TEST(KVTimer, RunsOnWhenTheScriptHasDroppedIt) {
+  ScriptWorld world;
+  world.script(R"(var reloads = 0;
+      application.delegate = { reloadMenuNow() { ++reloads; } };
+      (() => { new KVTimer().dbugMenu = {state: 0}; new KVTimer(); })();)");
+  world.collectGarbage();
+  world.runLoop->advance(Seconds(57 * 3));
+  EXPECT_EQ(world.show("reloads"), "8");  // two at creation, two at each tick
+}
+
+TEST(KVTimer, AnswersWhenOthersHaveBeenCollected) {
+  ScriptWorld world;
+  world.script("var kept = new KVTimer();");
+  for (int dropped = 0; dropped < 5; ++dropped) {
+    world.script("new KVTimer().stopTimer();");
+    world.collectGarbage();
+    EXPECT_EQ(world.show("kept.getType(0) + kept.timer"), "Dailytrue");
+  }
 }
 
 }  // namespace

@@ -8,8 +8,6 @@
 #include <vector>
 
 #include "app/Application.h"
-#include "platform/BackgroundQueue.h"
-#include "platform/ProcessLauncher.h"
 #include "platform/PropertyListWriter.h"
 #include "platform/SystemLog.h"
 #include "platform/linux/PosixFiles.h"
@@ -25,31 +23,29 @@ class RecordingSystemLog final : public SystemLog {
   std::vector<std::string> lines;
 };
 
-class RecordingLauncher final : public ProcessLauncher {
- public:
-  void start(const std::string& executable,
-             const std::optional<std::vector<std::string>>& arguments) override {
-    std::string line = executable;
-    for (const auto& argument : arguments.value_or(std::vector<std::string>())) {
-      line += "|" + argument;
-    }
-    started.push_back(line);
-  }
-  std::vector<std::string> started;
-};
-
 /// An application whose scripts are given as text, whose time passes at command, and whose
-/// documents lie in a temporary home.
+/// documents lie in a temporary home. It starts no programs.
 class ScriptWorld {
  public:
-  ScriptWorld()
-      : application(std::make_unique<Application>(environment(), Bundle{"/bundle", {}, {}})) {}
+  ScriptWorld() {
+    Application::Environment environment;
+    environment.scheduler = {.host = nullptr,  // the application's
+                             .clock = clock,
+                             .runLoop = runLoop,
+                             .files = std::make_shared<PosixFiles>(),
+                             .locale = DateLocale::fromName("C"),
+                             .homeFolder = home.path().string(),
+                             .traceFile = home / "trace.txt"};
+    environment.system = {clock, runLoop, "/program", "/home/someone", "/state", "/state/history"};
+    environment.systemLog = systemLog;
+    application = std::make_unique<Application>(std::move(environment), Bundle{"/bundle", {}, {}});
+  }
   ~ScriptWorld() { runLoop->invalidateAll(); }
 
   /// Runs a host script named host.js. `text` begins in its line 1.
   void script(const std::string& text) { application->scripts().run({"/bundle/host.js", text}); }
 
-  /// The value of an expression, as text.
+  /// The value of an expression, as text; what it throws, if it does.
   std::string show(const std::string& expression) {
     return value(expression).toString().toStdString();
   }
@@ -74,26 +70,7 @@ class ScriptWorld {
   std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
   std::shared_ptr<FakeRunLoop> runLoop = std::make_shared<FakeRunLoop>();
   std::shared_ptr<RecordingSystemLog> systemLog = std::make_shared<RecordingSystemLog>();
-  std::shared_ptr<RecordingLauncher> launcher = std::make_shared<RecordingLauncher>();
-  std::shared_ptr<BackgroundQueue> queue = std::make_shared<BackgroundQueue>(1);
-  int quits = 0;
   std::unique_ptr<Application> application;
-
- private:
-  Application::Environment environment() {
-    Application::Environment result;
-    result.scheduler.clock = clock;
-    result.scheduler.runLoop = runLoop;
-    result.scheduler.files = std::make_shared<PosixFiles>();
-    result.scheduler.locale = DateLocale::fromName("C");
-    result.scheduler.homeFolder = home.path().string();
-    result.scheduler.traceFile = home / "trace.txt";
-    result.launcher = {launcher, queue, systemLog, clock};
-    result.system = {clock, runLoop, "/program", "/home/someone", "/state", "/state/history"};
-    result.systemLog = systemLog;
-    result.quit = [this] { ++quits; };
-    return result;
-  }
 };
 
 }  // namespace kv::test
