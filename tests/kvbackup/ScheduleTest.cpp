@@ -1,5 +1,5 @@
 #include <fmt/format.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <limits>
 
@@ -112,6 +112,24 @@ TEST(Schedule, HasTheAgentStartASetWhenAUserExpectsIt) {
   for (const auto& [why, request, starts] : kLives) {
     EXPECT_EQ(startsWithinTwoDays(request), starts) << why;
   }
+}
+
+TEST(BackupSet, HoldsAnIntervalSetWithoutHoldingUpThoseBehindIt) {
+  World world;
+  PropertyList held(Task("Held").hourly("2024-03-01 10:00"));
+  const Task behind = Task("Behind").hourly("2024-03-05 09:00");
+  auto& record = *held.as<PropertyList::Dictionary>();
+  BackupSet::hold(record);
+  EXPECT_EQ(BackupSet(held).stateText(), "held");
+  EXPECT_EQ(option(recorded(held, "2024-03-05 10:00", "2024-03-05 10:01"), "minhourdate"), nullptr)
+      << "a run by hand ends no hold";
+  world.setFirst(PropertyList::Array{held, behind});
+  world.start(false);
+  world.tickAt("2024-03-05 10:00");
+  BackupSet::release(record, localDate("2024-03-05 10:05:30"));
+  world.setFirst(PropertyList::Array{held});
+  world.tickAt("2024-03-05 10:06");
+  EXPECT_THAT(world.host->launched, testing::ElementsAre("Behind", "Held"));
 }
 
 TEST(RunRecorder, MovesAnIntervalSetOnAlongItsGrid) {

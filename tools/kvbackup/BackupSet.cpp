@@ -59,7 +59,7 @@ std::vector<std::string> BackupSet::weekdays() const {
 
 std::string BackupSet::scheduleText() const {
   const std::int64_t type = task_.type();
-  if (type == kHourly || type == kMinutes) {
+  if (isInterval()) {
     const bool isHourly = type == kHourly;
     const auto next = task_.nextDue();
     return fmt::format("every {} {}{}",
@@ -76,8 +76,12 @@ std::string BackupSet::scheduleText() const {
 }
 
 std::string BackupSet::stateText() const {
-  if (!task_.isScheduled()) return "off";
-  return task_.mayRun() ? "on" : "held";
+  if (isHeld()) return "held";
+  return task_.isScheduled() ? "on" : "off";
+}
+
+bool BackupSet::isHeld() const {
+  return !task_.mayRun() && !(isInterval() && task_.isScheduled());
 }
 
 PropertyList::Dictionary BackupSet::fresh(const std::string& name,
@@ -95,6 +99,23 @@ PropertyList::Dictionary BackupSet::fresh(const std::string& name,
   setSources(record, sources);
   record.set("schopts", std::move(options));
   return record;
+}
+
+void BackupSet::hold(PropertyList::Dictionary& record) {
+  PropertyList::Dictionary& schedule = options(record);
+  schedule.set("runState", false);
+  if (!BackupSet(PropertyList(record)).isInterval()) return;
+  schedule.set("scheduleIt", 0);  // "runState" alone does not stop it
+  schedule.erase("minhourdate");
+}
+
+void BackupSet::release(PropertyList::Dictionary& record, Date now) {
+  PropertyList::Dictionary& schedule = options(record);
+  schedule.set("runState", true);
+  schedule.set("scheduleIt", 1);
+  const PropertyList whole(record);
+  const BackupSet set(whole);
+  if (set.isInterval() && !set.task().nextDue()) schedule.set("minhourdate", wholeMinute(now));
 }
 
 void BackupSet::setSources(PropertyList::Dictionary& record,

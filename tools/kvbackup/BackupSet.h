@@ -36,6 +36,10 @@ class BackupSet {
   std::string scheduleText() const;
   /// "on", "held", or "off" when the set is not scheduled at all.
   std::string stateText() const;
+  bool isInterval() const { return task_.type() == kHourly || task_.type() == kMinutes; }
+  /// What hold() leaves. An interval set that merely has no "runState" is not held: the scheduler
+  /// starts it all the same.
+  bool isHeld() const;
 
   /// The record of a new set, which no run of an earlier day holds back: a daily or weekly set
   /// runs today if its time has come, an interval set is due at once.
@@ -43,6 +47,12 @@ class BackupSet {
                                         const std::vector<std::string>& sources,
                                         const std::string& destination, const Schedule& schedule,
                                         Date now);
+
+  /// Keeps the scheduler from starting the set. An interval set loses its next-due date as well:
+  /// overdue, it would keep those behind it in the list waiting for as long as it is held.
+  static void hold(PropertyList::Dictionary& record);
+  /// Undoes hold(); an interval set is due at once.
+  static void release(PropertyList::Dictionary& record, Date now);
 
   static void setSources(PropertyList::Dictionary& record, const std::vector<std::string>& sources);
 

@@ -74,8 +74,12 @@ class Commands {
   }
 
   int setRunState(const Input& input, bool mayRun) {
-    store_.edit(input.name, [mayRun](PropertyList::Dictionary& record) {
-      BackupSet::options(record).set("runState", mayRun);
+    store_.edit(input.name, [&](PropertyList::Dictionary& record) {
+      if (mayRun) {
+        BackupSet::release(record, environment_.clock.now());
+      } else {
+        BackupSet::hold(record);
+      }
     });
     return done(mayRun ? "Released" : "Holding", input.name);
   }
@@ -119,6 +123,7 @@ class Commands {
     PropertyList::Dictionary& options = BackupSet::options(record);
     const PropertyList before(record);
     const std::int64_t type = TaskRecord(before).type();
+    const bool isHeld = BackupSet(before).isHeld();
     // On its own it changes how a daily or weekly set is judged, and leaves its days alone.
     if (request.isOnceADayAlone() && (type == kDaily || type == kWeekly)) {
       options.set("scheduleIt", 1);
@@ -126,6 +131,7 @@ class Commands {
     } else {
       schedule.writeTo(options, environment_.clock.now());
     }
+    if (isHeld) BackupSet::hold(record);
   }
 
   static void checkApart(const PropertyList::Dictionary& record) {

@@ -32,9 +32,9 @@ void recordRun(PropertyList::Dictionary& record, Date startedAt, Date now) {
   PropertyList::Dictionary& options = BackupSet::options(record);
   options.set("dayOfMonth", dayLike(options.find("dayOfMonth"), localDayOfMonth(startedAt)));
   const PropertyList whole(record);
-  const TaskRecord task(whole);
-  if (task.type() != kHourly && task.type() != kMinutes) return;
-  options.set("minhourdate", nextOnGrid(task.nextDue(), intervalOf(whole), startedAt, now));
+  const BackupSet set(whole);
+  if (!set.isInterval() || set.isHeld()) return;
+  options.set("minhourdate", nextOnGrid(set.task().nextDue(), intervalOf(whole), startedAt, now));
 }
 
 Seconds intervalOf(const PropertyList& record) {
