@@ -1,11 +1,12 @@
 // Does the agent grow? 10,000 ticks in one process, 200 sets, the default host script answering.
 //
-// Budget     no growth of memory or descriptors from the 1,000th tick to the 10,000th.
-// Prints     resident kB and open descriptors at both.
+// Budget     no growth of memory or descriptors from the second thousand ticks to the last. The
+//            script engine collects now and then, so the highest figures of each are compared.
+// Prints     resident kB and open descriptors of both.
 
 #include <fmt/format.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,16 +33,25 @@ Usage usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  constexpr int kWarmTicks = 1000;
-  constexpr int kTicks = 10000;
   constexpr int kSets = 200;
+  constexpr int kThousand = 1000;
   const QCoreApplication application(argc, argv);
   kv::bench::BenchWorld world(kSets);
   kv::bench::ScriptWorld script(world);
-  for (int i = 0; i < kWarmTicks; ++i) script.tick();
-  const auto warm = usage();
-  for (int i = kWarmTicks; i < kTicks; ++i) script.tick();
-  const auto end = usage();
+  const auto highestOfThousandTicks = [&script] {
+    Usage highest{};
+    for (int i = 0; i < kThousand; ++i) {
+      script.tick();
+      const auto present = usage();
+      highest.residentKilobytes = std::max(highest.residentKilobytes, present.residentKilobytes);
+      highest.descriptors = std::max(highest.descriptors, present.descriptors);
+    }
+    return highest;
+  };
+  highestOfThousandTicks();
+  const auto warm = highestOfThousandTicks();
+  for (int i = 0; i < 7; ++i) highestOfThousandTicks();
+  const auto end = highestOfThousandTicks();
   fmt::print("{} {} {} {}\n", warm.residentKilobytes, warm.descriptors, end.residentKilobytes,
              end.descriptors);
 }
