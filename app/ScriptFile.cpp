@@ -9,7 +9,7 @@ QJSValue evaluateScriptFile(QJSEngine& engine, const char* name) {
   const QString path = QString(":/kv/script/") + name;  // its URL begins with kScriptFiles
   QFile file(path);
   if (!file.open(QIODevice::ReadOnly)) qFatal("%s is missing", name);
-  const QJSValue value = engine.evaluate(QString::fromUtf8(file.readAll()), path);
+  QJSValue value = engine.evaluate(QString::fromUtf8(file.readAll()), path);
   if (value.isError()) {
     qFatal("%s:%d: %s", name, value.property("lineNumber").toInt(), qPrintable(value.toString()));
   }

@@ -238,7 +238,7 @@ QJSValue ScriptValues::fromPropertyList(const PropertyList* value) {
   if (const auto* text = value->as<PropertyList::String>()) return toText(*text);
   Flattener flattener(engine_);
   flattener.add(*value);
-  const QJSValue built = build_.call(flattener.arguments());
+  QJSValue built = build_.call(flattener.arguments());
   if (built.isError()) throw ScriptError(built);
   return built;
 }
@@ -246,7 +246,7 @@ QJSValue ScriptValues::fromPropertyList(const PropertyList* value) {
 QJSValue ScriptValues::fromList(const TaskList& list) {
   Flattener flattener(engine_);
   flattener.addList(list);
-  const QJSValue built = build_.call(flattener.arguments());
+  QJSValue built = build_.call(flattener.arguments());
   if (built.isError()) throw ScriptError(built);
   return built;
 }

@@ -114,6 +114,7 @@ class Commands {
 
   static std::vector<std::string> absolutePaths(const std::vector<std::string>& paths) {
     std::vector<std::string> absolute;
+    absolute.reserve(paths.size());
     for (const std::string& path : paths) absolute.push_back(CopyPlan::absolutePath(path));
     return absolute;
   }

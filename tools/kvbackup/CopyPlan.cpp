@@ -43,7 +43,7 @@ std::string below(const std::string& folder, const std::string& rest) {
 DestinationState stateOf(const std::string& path) {
   // Looking at the folder first has a volume that is mounted on demand appear in the table.
   std::error_code error;
-  fs::directory_iterator(path, error);
+  const fs::directory_iterator first(path, error);
   return destinationState(path, MountTable::read());
 }
 
