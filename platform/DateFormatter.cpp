@@ -32,6 +32,16 @@ std::string_view bareLocaleName(std::string_view posixName) {
   return usable ? name : "C";
 }
 
+/// A date holds no more than some tenths of a microsecond: a millisecond that was put in lies a
+/// little below itself when it comes out. A second never becomes the next one.
+double wholeMilliseconds(Date date) {
+  constexpr double kLostMilliseconds = 1e-3;
+  const double seconds = std::floor(date.unixSeconds());
+  const double fraction = (date.unixSeconds() - seconds) * kMillisecondsPerSecond;
+  return seconds * kMillisecondsPerSecond +
+         std::min(std::floor(fraction + kLostMilliseconds), kMillisecondsPerSecond - 1);
+}
+
 }  // namespace
 
 DateLocale DateLocale::fromName(std::string_view posixName) {
@@ -58,8 +68,8 @@ struct DateFormatter::Icu {
   std::unique_ptr<icu::Calendar> calendar;
 };
 
-DateFormatter::DateFormatter(std::string_view pattern, const DateLocale& locale)
-    : icu_(std::make_unique<Icu>()) {
+DateFormatter::DateFormatter(std::string_view pattern, const DateLocale& locale, DateZone zone)
+    : zone_(zone), icu_(std::make_unique<Icu>()) {
   UErrorCode status = U_ZERO_ERROR;
   const auto icuPattern = icu::UnicodeString::fromUTF8({pattern.data(), int32_t(pattern.size())});
   const icu::Locale icuLocale(locale.identifier.c_str());
@@ -78,12 +88,18 @@ DateFormatter::~DateFormatter() = default;
 DateFormatter::DateFormatter(DateFormatter&&) noexcept = default;
 DateFormatter& DateFormatter::operator=(DateFormatter&&) noexcept = default;
 
+std::optional<Seconds> DateFormatter::offsetFromUtc(Date date) const {
+  const auto local = localOffsetFromUtc(date);
+  // UTC has the same dates that a calendar can hold.
+  return local && zone_ == DateZone::kUtc ? Seconds(0) : local;
+}
+
 std::optional<std::string> DateFormatter::string(Date date) const {
-  const auto offset = localOffsetFromUtc(date);
+  const auto offset = offsetFromUtc(date);
   if (!offset) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
-  const double localSeconds = std::floor(date.unixSeconds()) + offset->count();
-  icu_->calendar->setTime(localSeconds * kMillisecondsPerSecond, status);
+  icu_->calendar->setTime(wholeMilliseconds(date) + offset->count() * kMillisecondsPerSecond,
+                          status);
   icu::UnicodeString text;
   icu::FieldPosition nowhere(icu::FieldPosition::DONT_CARE);
   icu_->format->format(*icu_->calendar, text, nowhere);
@@ -105,7 +121,7 @@ std::optional<Date> DateFormatter::date(std::string_view text) const {
   const Date local = Date::fromUnixSeconds(parsed / kMillisecondsPerSecond);
   Date instant = local;
   for (int round = 0; round < 2; ++round) {
-    const auto offset = localOffsetFromUtc(instant);
+    const auto offset = offsetFromUtc(instant);
     if (!offset) return std::nullopt;
     instant = local + -*offset;
   }

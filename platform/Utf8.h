@@ -33,6 +33,16 @@ inline char32_t takeUtf8(std::string_view& text) {
   return valid ? character : kReplacementCharacter;
 }
 
+/// Whether every byte of `text` belongs to a well-formed character.
+inline bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::string_view before = text;
+    if (takeUtf8(text) != kReplacementCharacter) continue;
+    if (before.substr(0, before.size() - text.size()) != "\xEF\xBF\xBD") return false;
+  }
+  return true;
+}
+
 /// Appends a character, which must be no surrogate and at most U+10FFFF.
 inline void appendUtf8(std::string& text, char32_t character) {
   const auto append = [&text](char32_t byte) { text.push_back(static_cast<char>(byte)); };

@@ -1,59 +1,25 @@
 #include "platform/linux/PosixFiles.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
-#include "platform/PlatformError.h"
+#include "platform/linux/Descriptor.h"
+#include "platform/linux/PosixFileHandle.h"
+#include "platform/linux/SystemClock.h"
 
 namespace kv {
 namespace {
-
-/// Owns a descriptor.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) ::close(number_);
-  }
-  int number() const { return number_; }
-  bool isOpen() const { return number_ >= 0; }
-
- private:
-  int number_;
-};
-
-[[noreturn]] void refuse(const char* step) {
-  throw PlatformError(std::string("cannot ") + step + ": " + std::strerror(errno));
-}
-
-class PosixFileHandle final : public FileHandle {
- public:
-  explicit PosixFileHandle(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
-
-  void seekToEnd() override {
-    if (::lseek(descriptor_.number(), 0, SEEK_END) < 0) refuse("seek");
-  }
-
-  void write(std::string_view bytes) override {
-    while (!bytes.empty()) {
-      const ssize_t written = ::write(descriptor_.number(), bytes.data(), bytes.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) refuse("write");
-      bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-  }
-
- private:
-  Descriptor descriptor_;
-};
 
 bool sameContent(const struct stat& before, const struct stat& after) {
   return before.st_size == after.st_size && before.st_mtim.tv_sec == after.st_mtim.tv_sec &&
@@ -99,6 +65,44 @@ bool isOwnPlainFile(int descriptor) {
          facts.st_uid == ::geteuid() && facts.st_nlink == 1;
 }
 
+bool clearNonBlocking(int descriptor) {
+  const int flags = ::fcntl(descriptor, F_GETFL);
+  return flags >= 0 && ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
+}
+
+FileAttributes::Type typeOf(mode_t mode) {
+  if (S_ISREG(mode)) return FileAttributes::Type::kRegular;
+  if (S_ISDIR(mode)) return FileAttributes::Type::kFolder;
+  if (S_ISLNK(mode)) return FileAttributes::Type::kLink;
+  return FileAttributes::Type::kOther;
+}
+
+Date dateOf(const struct statx_timestamp& time) {
+  return dateFromSystemTime(time.tv_sec, time.tv_nsec);
+}
+
+FileResult::Kind kindOf(int error) {
+  if (error == 0) return FileResult::Kind::kDone;
+  const bool isAbsent = error == ENOENT || error == ENOTDIR;
+  return isAbsent ? FileResult::Kind::kAbsent : FileResult::Kind::kRefused;
+}
+
+FileResult resultOf(int error) {
+  return {kindOf(error), error == 0 ? std::string() : std::strerror(error)};
+}
+
+FileResult attributeResultOf(ssize_t status) {
+  if (status >= 0) return {};
+  const int error = errno;
+  const bool isAbsent = error == ENODATA;
+  return {isAbsent ? FileResult::Kind::kAbsent : FileResult::Kind::kRefused, std::strerror(error)};
+}
+
+/// Programs may choose names in one namespace only.
+std::string userAttribute(const std::string& name) {
+  return "user." + name;
+}
+
 }  // namespace
 
 std::optional<std::string> PosixFiles::read(const std::string& path, std::size_t limitBytes) {
@@ -118,11 +122,94 @@ std::unique_ptr<FileHandle> PosixFiles::openOwnForWriting(const std::string& pat
   return std::make_unique<PosixFileHandle>(std::move(file));
 }
 
+std::unique_ptr<FileHandle> PosixFiles::openForAppending(const std::string& path) {
+  Descriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat facts {};
+  if (!file.isOpen() || ::fstat(file.number(), &facts) != 0) return nullptr;
+  // A reader that does not read must not stop the writer; everything else takes its time.
+  if (!S_ISFIFO(facts.st_mode) && !clearNonBlocking(file.number())) return nullptr;
+  return std::make_unique<PosixFileHandle>(std::move(file));
+}
+
 bool PosixFiles::createEmpty(const std::string& path) {
   constexpr mode_t kDefaultMode = 0666;  // less the user's mask
   const Descriptor file(::open(
       path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kDefaultMode));
   return file.isOpen();
+}
+
+bool PosixFiles::exists(const std::string& path) {
+  struct stat facts {};
+  return ::stat(path.c_str(), &facts) == 0;
+}
+
+std::optional<FileAttributes> PosixFiles::attributes(const std::string& path) {
+  struct statx facts {};
+  if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+              &facts) != 0) {
+    return std::nullopt;
+  }
+  FileAttributes attributes;
+  attributes.type = typeOf(facts.stx_mode);
+  attributes.sizeBytes = facts.stx_size;
+  attributes.modificationDate = dateOf(facts.stx_mtime);
+  attributes.creationDate = (facts.stx_mask & STATX_BTIME) != 0
+                                ? dateOf(facts.stx_btime)
+                                : std::min(attributes.modificationDate, dateOf(facts.stx_ctime));
+  attributes.permissions = facts.stx_mode & 07777U;
+  attributes.owner = facts.stx_uid;
+  attributes.inode = facts.stx_ino;
+  attributes.links = facts.stx_nlink;
+  return attributes;
+}
+
+std::vector<std::string> PosixFiles::list(const std::string& folder) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), &::closedir);
+  if (!open) return {};
+  std::vector<std::string> names;
+  errno = 0;
+  while (const dirent* entry = ::readdir(open.get())) {
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
+  }
+  return errno == 0 ? std::move(names) : std::vector<std::string>();
+}
+
+FileResult PosixFiles::createFolders(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (!error) return {};
+  return {FileResult::Kind::kRefused, error.message()};
+}
+
+FileResult PosixFiles::remove(const std::string& path) {
+  struct stat facts {};
+  if (::lstat(path.c_str(), &facts) != 0) return resultOf(errno);
+  std::error_code error;
+  std::filesystem::remove_all(path, error);
+  return resultOf(error.value());
+}
+
+FileResult PosixFiles::move(const std::string& from, const std::string& to) {
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return {};
+  if (errno != EINVAL && errno != ENOSYS) return resultOf(errno);
+  // This file system cannot look and rename in one step.
+  struct stat facts {};
+  if (::lstat(to.c_str(), &facts) == 0) return resultOf(EEXIST);
+  return resultOf(::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno);
+}
+
+FileResult PosixFiles::findExtendedAttribute(const std::string& path, const std::string& name) {
+  return attributeResultOf(::getxattr(path.c_str(), userAttribute(name).c_str(), nullptr, 0));
+}
+
+FileResult PosixFiles::addExtendedAttribute(const std::string& path, const std::string& name) {
+  return attributeResultOf(::setxattr(path.c_str(), userAttribute(name).c_str(), "", 0, 0));
+}
+
+FileResult PosixFiles::removeExtendedAttribute(const std::string& path, const std::string& name) {
+  return attributeResultOf(::removexattr(path.c_str(), userAttribute(name).c_str()));
 }
 
 }  // namespace kv

@@ -1,8 +1,14 @@
 #pragma once
 
+#include <string>
+
 #include "platform/SystemLog.h"
 
 namespace kv {
+
+/// `text` as one line that draws nothing: set names and script texts come from elsewhere, and must
+/// neither steer a terminal nor end the line early.
+std::string withoutControlCharacters(std::string_view text);
 
 /// syslog(3) and standard error. Threads: any; one at a time in a process (openlog is global).
 class SyslogSystemLog final : public SystemLog {
@@ -11,6 +17,9 @@ class SyslogSystemLog final : public SystemLog {
   explicit SyslogSystemLog(const char* name);
   ~SyslogSystemLog() override;
   void write(std::string_view text) override;
+
+  /// Whether there is one now: what anybody gives to syslog(3) is shown on standard error then.
+  static bool isOpen();
 };
 
 }  // namespace kv

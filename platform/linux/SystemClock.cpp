@@ -4,13 +4,17 @@
 
 namespace kv {
 
-Date SystemClock::now() const {
+Date dateFromSystemTime(std::int64_t seconds, std::int64_t nanoseconds) {
   constexpr double kSecondsPerNanosecond = 1e-9;
+  // Whole seconds first: the sum from 1970 would cost the fraction half of its last digits.
+  return {Seconds((static_cast<double>(seconds) - Date::kReferenceInUnixSeconds) +
+                  static_cast<double>(nanoseconds) * kSecondsPerNanosecond)};
+}
+
+Date SystemClock::now() const {
   timespec time{};
   clock_gettime(CLOCK_REALTIME, &time);
-  // Whole seconds first: the sum from 1970 would cost the fraction half of its last digits.
-  return {Seconds((static_cast<double>(time.tv_sec) - Date::kReferenceInUnixSeconds) +
-                  static_cast<double>(time.tv_nsec) * kSecondsPerNanosecond)};
+  return dateFromSystemTime(time.tv_sec, time.tv_nsec);
 }
 
 }  // namespace kv

@@ -9,19 +9,13 @@
 
 #include "app/Application.h"
 #include "platform/PropertyListWriter.h"
-#include "platform/SystemLog.h"
 #include "platform/linux/PosixFiles.h"
 #include "scheduler/ScheduleDocuments.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/RecordingSystemLog.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace kv::test {
-
-class RecordingSystemLog final : public SystemLog {
- public:
-  void write(std::string_view text) override { lines.emplace_back(text); }
-  std::vector<std::string> lines;
-};
 
 /// An application whose scripts are given as text, whose time passes at command, and whose
 /// documents lie in a temporary home. It starts no programs.

@@ -45,6 +45,31 @@ TEST(DateFormatter, RendersLocalTimeInAsciiDigits) {
   }
 }
 
+TEST(DateFormatter, KeepsToUtcWhateverTheLocalZone) {
+  ScopedEnvironment zone("TZ", kBerlin);
+  const DateFormatter format("yyyy-MM-dd HH-mm", DateLocale::fromName("C"), DateZone::kUtc);
+  EXPECT_EQ(format.string(Date::fromUnixSeconds(kJuly)), "2024-07-03 09-46");
+  EXPECT_EQ(format.date("2024-07-03 09-46"), Date::fromUnixSeconds(kJuly - 40));
+  EXPECT_TRUE(format.date("2024-03-31 02-30")) << "skipped by local clocks only";
+  EXPECT_EQ(format.string(Date::fromUnixSeconds(HUGE_VAL)), std::nullopt);
+}
+
+TEST(DateFormatter, CutsOffAfterTheMillisecond) {
+  const DateFormatter format("ss.SSS", DateLocale::fromName("C"), DateZone::kUtc);
+  for (int milliseconds = 0; milliseconds < 1000; ++milliseconds) {
+    // Put together as the parser does it, with the rounding that this brings.
+    const auto text = format.string(Date::fromUnixSeconds((kJuly * 1000 + milliseconds) / 1000));
+    EXPECT_EQ(std::stoi(text->substr(3)), milliseconds);
+  }
+  EXPECT_EQ(format.string(Date::fromUnixSeconds(kJuly + 0.9999995)), "40.999");
+  EXPECT_EQ(format.string(Date::fromUnixSeconds(kJuly + 0.0019)), "40.001");
+  EXPECT_EQ(format.string(Date::fromUnixSeconds(-0.25)), "59.750");
+  const DateFormatter whole("yyyy-MM-dd HH:mm:ss.SSS", DateLocale::fromName("C"));
+  const auto date = whole.date("2024-07-03 09:46:40.123");
+  ASSERT_TRUE(date);
+  EXPECT_EQ(whole.string(*date), "2024-07-03 09:46:40.123");
+}
+
 TEST(DateFormatter, FollowsTheZoneWhileItIsKept) {
   ScopedEnvironment zone("TZ", "UTC0");
   const DateFormatter format("HHmm", DateLocale::fromName("C"));

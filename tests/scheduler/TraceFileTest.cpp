@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "platform/PlatformError.h"
+#include "tests/support/ForwardingFiles.h"
 #include "tests/support/World.h"
 
 namespace kv::test {
@@ -70,13 +71,10 @@ TEST(TraceFile, IsNotWrittenThroughWhatOthersMayHavePlanted) {
 }
 
 /// Real files of which one step is refused.
-class FailingFiles final : public Files {
+class FailingFiles final : public ForwardingFiles {
  public:
   explicit FailingFiles(const char* step) : step_(step) {}
 
-  std::optional<std::string> read(const std::string& path, std::size_t limit) override {
-    return real_.read(path, limit);
-  }
   std::unique_ptr<FileHandle> openOwnForWriting(const std::string& path) override {
     if (step_ == "open") return nullptr;
     auto handle = real_.openOwnForWriting(path);
@@ -87,21 +85,19 @@ class FailingFiles final : public Files {
   }
 
  private:
-  struct Handle final : FileHandle {
+  struct Handle final : ForwardingFileHandle {
     Handle(std::unique_ptr<FileHandle> handle, std::string refused)
-        : real(std::move(handle)), step(std::move(refused)) {}
+        : ForwardingFileHandle(std::move(handle)), step(std::move(refused)) {}
     void seekToEnd() override {
       if (step == "seek") throw PlatformError("cannot seek");
-      real->seekToEnd();
+      real_->seekToEnd();
     }
     void write(std::string_view bytes) override {
       if (step == "write") throw PlatformError("cannot write");
-      real->write(bytes);
+      real_->write(bytes);
     }
-    std::unique_ptr<FileHandle> real;
     std::string step;
   };
-  PosixFiles real_;
   std::string step_;
 };
 
