@@ -35,7 +35,7 @@ function(kv_header_root target folder scope)
     get_filename_component(name ${header} NAME)
     file(CREATE_LINK ${header} ${root}/${folder}/${name} SYMBOLIC)
   endforeach()
-  target_include_directories(${target} ${scope} ${root})
+  target_include_directories(${target} ${scope} $<BUILD_INTERFACE:${root}>)
 endfunction()
 
 # kv_library(NAME FOLDER folder SOURCES … [USES …] [PRIVATELY_USES …])
@@ -46,7 +46,25 @@ function(kv_library name)
   add_library(kv_${name} STATIC ${arg_SOURCES})
   add_library(kv::${name} ALIAS kv_${name})
   kv_header_root(kv_${name} ${arg_FOLDER} PUBLIC)
-  target_link_libraries(kv_${name} PUBLIC ${arg_USES} PRIVATE ${arg_PRIVATELY_USES} kv_flags)
+  target_link_libraries(kv_${name} PUBLIC ${arg_USES}
+                        PRIVATE ${arg_PRIVATELY_USES} $<BUILD_INTERFACE:kv_flags>)
+endfunction()
+
+# kv_install_library(NAME FOLDER folder)
+#
+# Makes a library of kv_library() part of the installed package `kv`, for other programs: the
+# archive, the headers under the folder's name, and the target kv::NAME.
+function(kv_install_library name)
+  cmake_parse_arguments(arg "" "FOLDER" "" ${ARGN})
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${arg_FOLDER}/*.h)
+  set_target_properties(kv_${name} PROPERTIES EXPORT_NAME ${name})
+  target_compile_features(kv_${name} PUBLIC cxx_std_20)
+  target_include_directories(kv_${name}
+    INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kv>)
+  install(TARGETS kv_${name} EXPORT kvTargets
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT logging)
+  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kv/${arg_FOLDER}
+          COMPONENT logging)
 endfunction()
 
 # kv_program(NAME SOURCES … USES …)

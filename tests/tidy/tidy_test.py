@@ -19,7 +19,8 @@ MAY_INCLUDE = {
     "platform/qt": {"platform"},
     "scheduler": {"platform", "app/Host.h"},
     "launcher": {"platform"},
-    "app": {"platform", "platform/linux", "platform/qt", "scheduler", "launcher"},
+    "logging": {"platform"},
+    "app": {"platform", "platform/linux", "platform/qt", "scheduler", "launcher", "logging"},
     "tools/kvbackup": {"platform", "platform/linux", "scheduler", "app/Host.h"},
 }
 QT_FOLDERS = {"app", "platform/qt"}
@@ -111,7 +112,7 @@ BAD_SAMPLES = {
 
 
 def sources(root):
-    for folder in ["app", "bench", "fuzz", "launcher", "platform", "scheduler", "tests", "tools"]:
+    for folder in ["app", "bench", "fuzz", "launcher", "logging", "platform", "scheduler", "tests", "tools"]:
         for path in sorted((root / folder).rglob("*")):
             if path.suffix in {".h", ".cpp"}:
                 yield path

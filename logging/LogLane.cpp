@@ -1,0 +1,100 @@
+#include "logging/LogLane.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kv {
+
+void LogLane::add(std::shared_ptr<DDLoggerNode> node) {
+  levels_ |= node->level();
+  HeldLines* const held = node->logger()->heldLines();
+  members_.push_back({std::move(node), held});
+}
+
+void LogLane::remove(const DDLoggerNode& node) {
+  std::erase_if(members_, [&node](const Member& member) { return member.node.get() == &node; });
+  levels_ = 0;
+  for (const Member& member : members_) levels_ |= member.node->level();
+}
+
+void LogLane::deliver(const DDLogMessage& message) {
+  for (const Member& member : members_) {
+    if ((message.flag() & member.node->level()) != 0) deliver(*member.node, message);
+  }
+}
+
+void LogLane::deliver(const DDLoggerNode& node, const DDLogMessage& message) {
+  isDelivering_ = true;
+  node.logger()->logMessage(message);
+  isDelivering_ = false;
+}
+
+void LogLane::allowHolding(bool allowed) {
+  for (const Member& member : members_) {
+    if (member.held != nullptr) member.held->allowHolding(allowed);
+  }
+}
+
+bool LogLane::isHolding() const {
+  return std::any_of(members_.begin(), members_.end(), [](const Member& member) {
+    return member.held != nullptr && member.held->count() > 0;
+  });
+}
+
+void LogLane::writeHeldLines() {
+  for (const Member& member : members_) {
+    if (member.held != nullptr && member.held->count() > 0) member.held->write();
+  }
+}
+
+void LogLane::beAwaited(const DDLogMessage* message) {
+  loan_.message = message;
+  group_.enter();
+  isAwaited_.store(true, std::memory_order_seq_cst);
+}
+
+void LogLane::leaveGroup() {
+  if (isAwaited_.exchange(false, std::memory_order_seq_cst)) group_.leave();
+}
+
+void LogLane::lend(const DDLogMessage* message) {
+  beAwaited(message);
+  isLent_ = true;
+  state().lend(loan_);
+}
+
+bool LogLane::takeBack() {
+  if (std::exchange(isLent_, false)) {
+    isOwned = state().takeBack();
+    if (isOwned) leaveGroup();
+  }
+  return isOwned;
+}
+
+void LogLane::push(const DDLogMessage& message) {
+  beAwaited(&message);
+  state().push(loan_);
+  // Who muted the lane since it was chosen may have come before there was anybody to release.
+  if (isMuted_.load(std::memory_order_seq_cst)) leaveGroup();
+}
+
+void LogLane::finishLoan() {
+  if (!isLent_ || !takeBack() || loan_.message == nullptr) return;
+  const QueueState::Running running(state());
+  deliver(*loan_.message);
+}
+
+void LogLane::mute() {
+  isMuted_.store(true, std::memory_order_seq_cst);
+  writeHeldLines();
+  leaveGroup();
+}
+
+void LogLane::Loan::run() {
+  if (message != nullptr) lane_.deliver(*message);
+  lane_.writeHeldLines();
+  lane_.allowHolding(false);
+  lane_.leaveGroup();
+}
+
+}  // namespace kv
