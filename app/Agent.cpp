@@ -14,6 +14,7 @@
 #include "app/StartupError.h"
 #include "platform/BackgroundQueue.h"
 #include "platform/PlatformError.h"
+#include "platform/ProcessFacts.h"
 #include "platform/linux/PosixFiles.h"
 #include "platform/linux/ProcessSetup.h"
 #include "platform/linux/ResidentPages.h"
@@ -66,8 +67,9 @@ std::unique_ptr<QCoreApplication> makeQtApplication(int& argc, char** argv) {
 Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog)
     : systemLog_(std::move(systemLog)), lock_(lockAgainstSecondAgent()) {
   PosixFiles files;
-  application_.emplace(environment(),
-                       Bundle::load(files, commandLine.bundle.value_or(defaultBundle())));
+  Bundle bundle = Bundle::load(files, commandLine.bundle.value_or(defaultBundle()));
+  setMainBundleIdentifier(bundle.identifier);  // log files bear its name
+  application_.emplace(environment(), std::move(bundle));
 }
 
 Application::Environment Agent::environment() {

@@ -8,6 +8,7 @@
 #include "app/CommandLine.h"
 #include "platform/SystemLog.h"
 #include "platform/linux/FileLock.h"
+#include "platform/qt/QtMainQueue.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace kv {
@@ -38,6 +39,7 @@ class Agent {
   /// Before the run loop, so that the schedulers that its timers hold end first.
   std::optional<Application> application_;
   QtRunLoop runLoop_;
+  QtMainQueue mainQueue_;
 };
 
 }  // namespace kv

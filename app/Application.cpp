@@ -4,6 +4,7 @@
 
 #include "app/ApplicationObject.h"
 #include "app/LauncherObject.h"
+#include "app/LoggingObject.h"
 #include "app/ScriptFile.h"
 
 namespace kv {
@@ -29,6 +30,8 @@ void Application::defineGlobals() {
                                          : QJSValue(QJSValue::NullValue));
   const QJSValue global = engine.globalObject();
   evaluateScriptFile(engine, "menus.js").call({global});
+  evaluateScriptFile(engine, "logging.js")
+      .call({engine.newQObject(new LoggingObject(engine_)), engine_.describe(), global});
   const QJSValue globals = evaluateScriptFile(engine, "globals.js").call({program, global});
   delegate_ = globals.property("delegate");
   delegateOrigin_ = globals.property("delegateOrigin");

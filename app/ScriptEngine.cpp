@@ -2,6 +2,7 @@
 
 #include <QStringList>
 #include <QUrl>
+#include <map>
 #include <utility>
 
 #include "app/ScriptFile.h"
@@ -60,11 +61,23 @@ class ScriptEngine::Calling {
   Call call_;
 };
 
+/// The functions that postponed calls are about, by number: only these leave the thread.
+struct ScriptEngine::Postponed {
+  explicit Postponed(ScriptEngine& owner) : engine(owner) {}
+  ScriptEngine& engine;
+  std::map<std::uint64_t, QJSValue> functions;
+  std::uint64_t lastNumber = 0;
+};
+
 ScriptEngine::ScriptEngine(std::shared_ptr<SystemLog> systemLog)
-    : systemLog_(systemLog), faults_(std::move(systemLog)), values_(engine_) {
+    : systemLog_(systemLog),
+      faults_(std::move(systemLog)),
+      values_(engine_),
+      postponed_(std::make_shared<Postponed>(*this)) {
   const QJSValue reporter = engine_.newQObject(new ScriptReporter(*this));
   const QJSValue calls =
       evaluateScriptFile(engine_, "calls.js").call({reporter, engine_.globalObject()});
+  describe_ = calls.property("describe");
   invoke_ = calls.property("invoke");
   invokeFunction_ = calls.property("invokeFunction");
   readState_ = calls.property("readState");
@@ -92,6 +105,18 @@ std::optional<QJSValue> ScriptEngine::invoke(const QJSValue& object, const Opera
 
 void ScriptEngine::invokeFunction(const char* name, const QJSValue& function) {
   call({.name = name, .origin = {}}, invokeFunction_, {function});
+}
+
+std::function<void()> ScriptEngine::postponed(const char* name, const QJSValue& function) {
+  const std::uint64_t number = ++postponed_->lastNumber;
+  postponed_->functions.emplace(number, function);
+  return [weak = std::weak_ptr(postponed_), name, number] {
+    const auto waiting = weak.lock();
+    if (waiting == nullptr) return;
+    if (const auto found = waiting->functions.extract(number)) {
+      waiting->engine.invokeFunction(name, found.mapped());
+    }
+  };
 }
 
 int ScriptEngine::readState(const QJSValue& item) {
@@ -138,15 +163,22 @@ void ScriptEngine::operationFailed(const QString& stack, const std::string& text
   faults_.failed(innermost_->operation.name, location, text);
 }
 
-std::string ScriptEngine::locationInScript(const QString& stack) {
+std::optional<ScriptEngine::Place> ScriptEngine::placeInScript(const QString& stack) {
   // Lines are "function@url:line".
   for (const QString& frame : stack.split('\n')) {
     const QString place = frame.section('@', 1);
     const QString url = place.section(':', 0, -2);
     if (!isInHostScript(url)) continue;
-    return pathOf(url) + ":" + place.section(':', -1).toStdString();
+    const QString function = frame.section('@', 0, 0);
+    return Place{pathOf(url), function.startsWith('%') ? "" : function.toStdString(),
+                 place.section(':', -1).toULongLong()};
   }
-  return "";
+  return std::nullopt;
+}
+
+std::string ScriptEngine::locationInScript(const QString& stack) {
+  const auto place = placeInScript(stack);
+  return place ? place->file + ":" + std::to_string(place->line) : "";
 }
 
 }  // namespace kv

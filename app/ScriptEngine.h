@@ -3,7 +3,9 @@
 #include <QJSEngine>
 #include <QJSValue>
 #include <QString>
+#include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -55,6 +57,10 @@ class ScriptEngine {
   /// Calls a function of a script, which goes by `name` in the log.
   void invokeFunction(const char* name, const QJSValue& function);
 
+  /// A call of a script's function that other threads may hold and drop. It is to be made on the
+  /// engine's thread, once, and does nothing when the engine has gone.
+  std::function<void()> postponed(const char* name, const QJSValue& function);
+
   /// The check mark of a script's menu item: any object with a `state`.
   int readState(const QJSValue& item);
   void writeState(const QJSValue& item, int state);
@@ -76,8 +82,20 @@ class ScriptEngine {
     return decltype(work())();
   }
 
-  /// The first place of a stack that lies in a host script, as "file:line"; empty for none.
+  /// A place in a host script.
+  struct Place {
+    std::string file;
+    /// Empty for code outside of functions.
+    std::string function;
+    std::uint64_t line = 0;
+  };
+  /// The first place of a stack, as Error.stack has it, that lies in a host script.
+  static std::optional<Place> placeInScript(const QString& stack);
+  /// The same as "file:line"; empty for none.
   static std::string locationInScript(const QString& stack);
+
+  /// The function of calls.js that shows any value as the console does.
+  const QJSValue& describe() const { return describe_; }
 
   /// A script's operation may call the program and be called again from there; this often.
   static constexpr int kDeepestCalls = 16;
@@ -86,6 +104,7 @@ class ScriptEngine {
   friend class ScriptReporter;
   struct Call;
   class Calling;
+  struct Postponed;
 
   std::optional<QJSValue> call(const Operation& operation, const QJSValue& guard,
                                const QJSValueList& arguments);
@@ -96,10 +115,13 @@ class ScriptEngine {
   ScriptFaults faults_;
   QJSEngine engine_;
   ScriptValues values_;
+  QJSValue describe_;
   QJSValue invoke_;
   QJSValue invokeFunction_;
   QJSValue readState_;
   QJSValue writeState_;
+  /// Dies before the engine, with the functions that it holds.
+  std::shared_ptr<Postponed> postponed_;
   /// The innermost call that runs now; null outside of calls.
   Call* innermost_ = nullptr;
 };

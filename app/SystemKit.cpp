@@ -1,5 +1,7 @@
 #include "app/SystemKit.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -75,6 +77,10 @@ void SystemKit::after(double seconds, const QJSValue& action) {
       engine.invokeFunction("system.after", action);
     });
   });
+}
+
+bool SystemKit::isTerminal() {
+  return ::isatty(STDERR_FILENO) == 1;
 }
 
 const MountTable& SystemKit::mountTable() {

@@ -47,6 +47,9 @@ class SystemKit final : public QObject {
   /// Calls `action` once, `seconds` from now.
   Q_INVOKABLE void after(double seconds, const QJSValue& action);
 
+  /// Whether standard error is a terminal.
+  Q_INVOKABLE bool isTerminal();
+
   Q_INVOKABLE QString programFolder() { return QString::fromStdString(environment_.programFolder); }
   Q_INVOKABLE QString homeFolder() { return QString::fromStdString(environment_.homeFolder); }
   Q_INVOKABLE QString stateFolder() { return QString::fromStdString(environment_.stateFolder); }

@@ -111,10 +111,13 @@ def show_run(line, home):
 def follow(agent, home, document, first_set, until_backup):
     """Shows what the agent writes. Returns the exit status."""
     trace = Follower(TRACE, start_at_end=True)
+    # On a terminal the agent shows its events itself.
+    events = None if sys.stderr.isatty() else Follower(
+        home / "Library/Logs/KVScheduler/KVScheduler.txt", start_at_end=False)
     history = Follower(home / ".local/state/KVScheduler/history.jsonl", start_at_end=False)
     deadline = time.monotonic() + PATIENCE_SECONDS
     while agent.poll() is None:
-        for line in trace.new_lines():
+        for line in trace.new_lines() + (events.new_lines() if events else []):
             print(line, flush=True)
         good = [show_run(line, home) for line in history.new_lines()]
         if until_backup and any(good) and is_recorded(document, first_set):

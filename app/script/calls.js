@@ -16,7 +16,11 @@
       return text === undefined ? String(value) : text;
     } catch (nested) {
       // Not String(value): the engine recurses to death in an array that holds itself.
+    }
+    try {
       return Object.prototype.toString.call(value);
+    } catch (nested) {
+      return '[object]';  // a proxy that lets nobody look
     }
   }
 
@@ -81,6 +85,7 @@
   Object.defineProperty(global, 'console', {value: console, writable: true, configurable: true});
 
   return {
+    describe: describe,
     invoke: invoke,
     invokeFunction: invokeFunction,
     readState: readState,

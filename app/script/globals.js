@@ -132,6 +132,7 @@
       if (typeof action !== 'function') throw new TypeError('after takes a function');
       kit.after(Number(seconds), action);
     },
+    isTerminal: kit.isTerminal(),
     programFolder: kit.programFolder(),
     homeFolder: kit.homeFolder(),
     stateFolder: kit.stateFolder(),

@@ -36,6 +36,32 @@
   const HOLD_LONGEST = 240 * 60;
   const HISTORY_TAIL = 128 * 1024; // bytes; some 800 runs
 
+  // ---- The agent's log -----------------------------------------------------------------------
+
+  // What the agent does goes to ~/Library/Logs/KVScheduler/KVScheduler.txt and, where there is one,
+  // to the terminal. Faults of this script go to the system log.
+  function openLog() {
+    const file = new DDFileLogger();
+    file.setLogFormatter(new FormatterSch());
+    // The agent's file keeps its name: to roll it would be to close it and open it again.
+    file.setMaximumFileSize(0);
+    file.setRollingFrequency(0);
+    DDLog.addLogger(file);
+    if (system.isTerminal) {
+      const terminal = DDTTYLogger.sharedInstance();
+      terminal.setColorsEnabled(true);
+      DDLog.addLogger(terminal);
+    }
+    return file;
+  }
+
+  function warnIfUnwritten(file) {
+    DDLog.flushLog();
+    if (file.lostLines() > 0) {
+      console.warn("no log can be written in " + file.logFileManager().logsDirectory());
+    }
+  }
+
   // ---- The backup application ----------------------------------------------------------------
 
   function installed(candidate) {
@@ -113,7 +139,7 @@
     if (remaining <= 0 || remaining > HOLD_LONGEST * 1000) return false;
     if (announcedRests.get(set) !== until) {
       announcedRests.set(set, until);
-      console.warn(set + ": failed, next try at " + new Date(until).toTimeString().slice(0, 5));
+      DDLog.warn(set + ": failed, next try at " + new Date(until).toTimeString().slice(0, 5));
     }
     return true;
   }
@@ -132,7 +158,12 @@
   }
 
   function finish(outcome) {
-    console.info(started.set + ": " + outcome);
+    DDLog.info(started.set + ": " + outcome);
+    started = null;
+  }
+
+  function finishFailed(outcome) {
+    DDLog.error(started.set + ": " + outcome);
     started = null;
   }
 
@@ -152,14 +183,15 @@
     }
     readHistory();
     if (isRunner && hasEndedInHistory(started)) {
-      finish(failures.has(started.set) ? "backup failed" : "backup done");
+      if (failures.has(started.set)) finishFailed("backup failed");
+      else finish("backup done");
     } else if (started.seen) {
       // Gone without a word. The documents that are read from now on tell what it achieved.
       if (started.gone === 0) started.gone = Date.now();
       if (tickBegan > started.gone + FRESH * 1000) finish("the backup has ended");
     } else if (Date.now() - started.at > START_GRACE * 1000) {
       noteFailedStart(started.set);
-      finish(backupApplication.name + " did not start");
+      finishFailed(backupApplication.name + " did not start");
     }
   }
 
@@ -170,11 +202,11 @@
 
   function start(set, token) {
     if (backupApplication === null) {
-      console.error(set + ": neither Kelvara+ nor kvbackup is installed");
+      DDLog.error(set + ": neither Kelvara+ nor kvbackup is installed");
       noteFailedStart(set);
       return;
     }
-    console.info(set + ": starting the backup with " + backupApplication.name);
+    DDLog.info(set + ": starting the backup with " + backupApplication.name);
     const wasFollowed = started !== null;
     started = { set: set, at: Date.now(), seen: false, gone: 0, record: recordState(set) };
     UtilsSch.runScript([backupApplication.executable, token, set]);
@@ -190,7 +222,8 @@
       const moved = recordState(started.set) !== started.record;
       const tooLong = Date.now() - started.at > LONGEST_RUN * 1000;
       if (!moved && !tooLong) return true;
-      finish(moved ? "backup recorded" : "no backup was recorded in " + LONGEST_RUN / 3600 + " h");
+      if (moved) finish("backup recorded");
+      else finishFailed("no backup was recorded in " + LONGEST_RUN / 3600 + " h");
     }
     readHistory();
     return history.some((run) => run.end > tickBegan - FRESH * 1000 && run.end <= Date.now());
@@ -208,20 +241,22 @@
 
   const delegate = {
     applicationDidFinishLaunching() {
+      const file = openLog();
       if (backupApplication === null) {
-        console.error("neither Kelvara+ nor kvbackup is installed: no backup can be started");
+        DDLog.error("neither Kelvara+ nor kvbackup is installed: no backup can be started");
       }
       timer = new KVTimer();
       timer.dbugMenu = new NSMenuItem();
       timer.dbugMenu.title = "Debug Tracing";
       timer.dbugMenu.state = system.environment("KVSCHEDULER_DEBUG") === "1" ? 1 : 0;
-      console.info("scheduling " + records.length + " set(s) with " +
+      DDLog.info("scheduling " + records.length + " set(s) with " +
         (backupApplication === null ? "no application" : backupApplication.name));
+      warnIfUnwritten(file);
     },
 
     applicationWillTerminate() {
       if (timer !== null) timer.stopTimer();
-      console.info("stopped");
+      DDLog.info("stopped");
     },
 
     reloadMenuNow(list) {

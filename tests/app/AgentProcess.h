@@ -18,6 +18,17 @@ struct AgentFolders {
   }
   void writeScript(const std::string& text) { writeFile(root / "bundle/Scripts/host.js", text); }
 
+  /// The files in the agent's log folder, one after the other.
+  std::string logged() const {
+    std::string text;
+    std::error_code none;
+    const std::string folder = root / "home/Library/Logs/KVScheduler";
+    for (const auto& file : std::filesystem::directory_iterator(folder, none)) {
+      text += readFile(file.path());
+    }
+    return text;
+  }
+
   TemporaryFolder root;
 };
 

@@ -74,6 +74,66 @@ TEST_F(AgentTest, AScriptEndsTheAgentWithItsFirstStatus) {
   }
 }
 
+TEST_F(AgentTest, LosesNothingThatWasLoggedHoweverItEnds) {
+  const std::pair<std::string, int> kEndings[] = {
+      {"} };", 0},  // by a signal
+      {"application.terminate(2); } };", 2},
+      {"} }; log(); throw new Error('no');", 1},
+  };
+  for (const auto& [ending, status] : kEndings) {
+    AgentFolders folders;
+    folders.writeScript(R"(function log() { for (let i = 0; i < 5000; ++i) DDLog.info('x'); }
+        const file = new DDFileLogger(); file.setLogFormatter(null); DDLog.addLogger(file);
+        application.delegate = {
+          applicationWillTerminate() { log(); },
+          applicationDidFinishLaunching() { console.log('launched'); )" +
+                        ending);
+    AgentProcess agent(folders);
+    if (status == 0) {
+      ASSERT_TRUE(agent.waitFor("launched"));
+      agent.signal(SIGTERM);
+    }
+    EXPECT_EQ(agent.exitStatus(), status);
+    EXPECT_EQ(folders.logged().size(), 10'000u) << ending;
+  }
+}
+
+TEST_F(AgentTest, LogsItsEventsOnceInItsFileAndOnATerminal) {
+  const QStringList onATerminal = {
+      "/usr/bin/env", "python3", "-c",
+      "import os, pty, sys; os.dup2(2, 1); sys.exit(pty.spawn(sys.argv[1:]) >> 8)"};
+  for (const auto& wrapper : {QStringList(), onATerminal}) {
+    AgentFolders folders;
+    folders.writeScript(readFile(KV_DEFAULT_HOST));
+    writeFile(folders.root / "bundle/Info.plist", readFile(KV_DEFAULT_PLIST));
+    writeFile(folders.root / "bundle/Scripts/later.js", "system.after(0, application.terminate);");
+    AgentProcess agent(folders, wrapper);
+    EXPECT_EQ(agent.exitStatus(), 0);
+    EXPECT_THAT(readFile(folders.root / "home/Library/Logs/KVScheduler/KVScheduler.txt"),
+                testing::ContainsRegex("..:..:.. > scheduling 0 set.*\n..:..:.. > stopped\n"));
+    const std::string shown = agent.errors();
+    const auto line = shown.find("] scheduling 0 set(s) ");
+    EXPECT_EQ(line != std::string::npos, !wrapper.isEmpty()) << shown;
+    EXPECT_EQ(shown.rfind("scheduling"), line == std::string::npos ? line : line + 2) << shown;
+  }
+}
+
+TEST_F(AgentTest, ACompletionRunsInTheEventLoop) {
+  folders_.writeScript(
+      "new DDFileLogger().rollLogFileWithCompletionBlock("
+      "() => application.terminate(4)); application.delegate = {};");
+  EXPECT_EQ(AgentProcess(folders_).exitStatus(), 4);
+}
+
+TEST_F(AgentTest, GoesOnWhenItsLogCannotBeWritten) {
+  folders_.writeScript(readFile(KV_DEFAULT_HOST));
+  writeFile(folders_.root / "home/Library", "in the way");
+  AgentProcess agent(folders_);
+  EXPECT_TRUE(agent.waitFor("warning: no log can be written in ")) << agent.errors();
+  agent.signal(SIGTERM);
+  EXPECT_EQ(agent.exitStatus(), 0);
+}
+
 TEST_F(AgentTest, RunsOncePerUser) {
   folders_.writeScript(kPlainScript);
   AgentProcess first(folders_);

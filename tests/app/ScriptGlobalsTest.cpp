@@ -14,13 +14,14 @@ TEST(Console, WritesToTheSystemLog) {
       console.debug('two\nlines');
       console.warn(new Error('oops'));
       const cycle = {}, a = []; cycle.self = cycle; console.error(cycle);
-      a.push(a); console.log(a);)");
+      a.push(a); console.log(a);
+      console.log(new Proxy({}, {get() { throw 'no'; }}));)");
   EXPECT_THAT(world.log(),
               ElementsAre("/bundle/host.js:1: text 1.5 true null undefined {\"a\":[1]}",
                           "/bundle/host.js:2: two", "/bundle/host.js:2: lines",
                           "/bundle/host.js:3: warning: Error: oops",
                           "/bundle/host.js:4: error: [object Object]",
-                          "/bundle/host.js:5: [object Array]"));
+                          "/bundle/host.js:5: [object Array]", "/bundle/host.js:6: [object]"));
 }
 
 TEST(KVTimer, HasTheOperationsAndFieldsOfTheScheduler) {
