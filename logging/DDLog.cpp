@@ -7,6 +7,7 @@
 #include "logging/LogDispatcher.h"
 #include "platform/AbortHandler.h"
 #include "platform/ForkHandlers.h"
+#include "platform/SystemSeams.h"
 #include "platform/TimerSource.h"
 
 namespace kv {
@@ -39,8 +40,9 @@ LogDispatcher& DDLog::dispatcher() {
     auto& made = *new LogDispatcher;
     std::atexit(&DDLog::applicationWillTerminate);
     // Before a fork the handlers added last run first. Loggers must come to rest before the timers
-    // are locked, which they use.
+    // and watches are locked, which they use.
     timerSources();
+    systemFileWatcher();
     callBeforeAbort([] { dispatcher().awaitDeliveries(); });
     callAroundFork([] { dispatcher().prepareFork(); }, [] { dispatcher().resumeAfterFork(); },
                    [] { dispatcher().restartInChild(); });

@@ -29,11 +29,11 @@ DDLogMessage::DDLogMessage(const DDLogMessage& other)
       context_(other.context_),
       line_(other.line_),
       options_(other.options_),
+      queueLabel_(other.queueLabel_),
+      thread_(other.thread_),
       timestamp_(other.timestamp_),
       given_(other.message()),
-      tag_(other.tag_),
-      queueLabel_(other.queueLabel_),
-      thread_(other.thread_) {
+      tag_(other.tag_) {
   keepNames(other.file_, other.function_);
 }
 
@@ -54,8 +54,10 @@ void DDLogMessage::keepNames(std::string_view file, std::string_view function) {
 
 void DDLogMessage::takeDownCaller(Date now) {
   timestamp_ = now;
-  thread_ = currentThreadFacts(now);
-  queueLabel_ = SerialQueue::currentLabel();
+  const ThreadFacts& thread = currentThreadFacts(now);
+  if (thread_ != thread) thread_ = thread;
+  const std::string& label = SerialQueue::currentLabel();
+  if (queueLabel_ != label) queueLabel_ = label;
 }
 
 extern "C" std::shared_ptr<const std::string_view> DDExtractFileNameWithoutExtension(

@@ -81,17 +81,13 @@ class DDLogMessage : public std::enable_shared_from_this<DDLogMessage> {
   void keepNames(std::string_view file, std::string_view function);
   void takeDownCaller(Date now);
 
+  // In a recycled message these are often what they were: then they are left alone, and their part
+  // of memory stays in the caches of the thread that logs and of the one that delivers.
   std::uint64_t level_ = 0;
   std::uint64_t flag_ = 0;
   std::int64_t context_ = 0;
   std::uint64_t line_ = 0;
   std::int64_t options_ = 0;
-  Date timestamp_;
-  LogText given_;
-  /// Holds a recycled message's text, whose memory stays from one use to the next.
-  std::string ownText_;
-  bool hasOwnText_ = false;
-  LogTag tag_;
   std::string_view file_;
   std::string_view fileName_;
   std::string_view function_;
@@ -99,6 +95,14 @@ class DDLogMessage : public std::enable_shared_from_this<DDLogMessage> {
   std::string names_;
   std::string queueLabel_;
   ThreadFacts thread_;
+
+  // These change with each message.
+  Date timestamp_;
+  LogText given_;
+  LogTag tag_;
+  /// Holds a recycled message's text, whose memory stays from one use to the next.
+  std::string ownText_;
+  bool hasOwnText_ = false;
 };
 
 /// The last component of a path up to its last "."; the whole of it when it has none.

@@ -68,6 +68,11 @@ class LogRecordPool {
 
 namespace {
 
+template <class Field>
+void change(Field& field, Field value) {
+  if (field != value) field = value;
+}
+
 /// A thread's small stock of free records; on the thread that delivers, what it has to bring back.
 struct Stock {
   LogRecord* first = nullptr;
@@ -165,10 +170,14 @@ void LogRecord::clear() {
 }
 
 void LogRecord::setSite(const LogSite& site) {
-  file_ = site.file;
-  fileName_ = site.fileName;
-  function_ = site.function;
-  line_ = site.line;
+  // Of literals the place is enough: another place is another site, or as good as one.
+  const bool isSame = file_.data() == site.file.data() && function_.data() == site.function.data();
+  if (!isSame) {
+    file_ = site.file;
+    fileName_ = site.fileName;
+    function_ = site.function;
+  }
+  change(line_, site.line);
 }
 
 void LogRecord::setSite(std::string_view file, std::string_view function, std::uint64_t line) {
@@ -186,10 +195,10 @@ void LogRecord::setText(LogText text) {
 }
 
 void LogRecord::setKind(std::uint64_t level, std::uint64_t flag, std::int64_t context, LogTag tag) {
-  level_ = level;
-  flag_ = flag;
-  context_ = context;
-  tag_ = std::move(tag);
+  change(level_, level);
+  change(flag_, flag);
+  change(context_, context);
+  if (tag_ != tag) tag_ = std::move(tag);
 }
 
 void LogRecord::run() {

@@ -15,6 +15,8 @@ struct ThreadFacts {
   std::uint8_t idLength = 0;
   std::uint8_t nameLength = 0;
   std::array<char, 16> name{};
+
+  friend bool operator==(const ThreadFacts&, const ThreadFacts&) = default;
 };
 
 /// The facts of the calling thread. They are looked up once and kept, since each costs a system

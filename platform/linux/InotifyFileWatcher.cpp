@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/ForkHandlers.h"
 #include "platform/ThreadFacts.h"
 #include "platform/linux/Descriptor.h"
 
@@ -83,6 +84,17 @@ void fire(const std::shared_ptr<Subscription>& watch) {
   watch->queue->async([watch] {
     if (!watch->isCancelled) watch->handler();
   });
+}
+
+/// Of all watchers of the process, so that no fork finds it taken.
+std::mutex& watchesMutex() {
+  static std::mutex& mutex = []() -> std::mutex& {
+    auto& made = *new std::mutex;
+    callAroundFork([] { watchesMutex().lock(); }, [] { watchesMutex().unlock(); },
+                   [] { watchesMutex().unlock(); });
+    return made;
+  }();
+  return mutex;
 }
 
 }  // namespace
@@ -194,7 +206,7 @@ class InotifyFileWatcher::Watches : public std::enable_shared_from_this<Watches>
     return all;
   }
 
-  std::mutex mutex_;
+  std::mutex& mutex_ = watchesMutex();
   std::shared_ptr<Instance> instance_;
   std::map<int, Subscriptions> byNumber_;
 };
