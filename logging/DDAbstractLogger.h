@@ -51,7 +51,7 @@ class DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DD
   void exchangeFormatter(std::shared_ptr<DDLogFormatter> formatter);
 
   /// Runs `work` as the logger's queue, put there by way of the global logging queue, so that it
-  /// comes between the messages before and those after this call.
+  /// comes between the messages before and those after this call. The logger is held until then.
   void asyncBetweenMessages(std::function<void()> work);
   /// The same, and returns when it has run.
   void syncBetweenMessages(const std::function<void()>& work);

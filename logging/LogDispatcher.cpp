@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <future>
 #include <mutex>
 #include <new>
@@ -201,10 +200,7 @@ bool LogDispatcher::own(LogLane& lane) {
   if (lane.isOwned) {
     if (!lane.state().hasPending()) return true;
     // What was put on the queue comes before this message, and after those that were delivered.
-    lane.writeHeldLines();
-    lane.allowHolding(false);
-    lane.isOwned = false;
-    lane.state().release();
+    giveUp(lane);
     return false;
   }
   if (!lane.state().tryOwn()) return false;
@@ -226,17 +222,24 @@ void LogDispatcher::writeHeldLines() {
   }
 }
 
+/// Lets go of a queue that the dispatcher owns, with no line left behind.
+void LogDispatcher::giveUp(LogLane& lane) {
+  {
+    const QueueState::Running running(lane.state());
+    lane.writeHeldLines();
+  }
+  lane.allowHolding(false);
+  lane.isOwned = false;
+  lane.state().release();
+}
+
 void LogDispatcher::releaseLanes() {
   for (const auto& lane : lanes_) {
-    if (!lane->isOwned) continue;
-    lane->allowHolding(false);
-    lane->isOwned = false;
-    lane->state().release();
+    if (lane->isOwned) giveUp(*lane);
   }
 }
 
 void LogDispatcher::endBatch() {
-  writeHeldLines();
   releaseLanes();
   mayHold_ = false;
   if (owedPlaces_ > 0) queueSemaphore_.signal(std::exchange(owedPlaces_, 0));

@@ -109,6 +109,7 @@ class LogDispatcher {
   void endBatch();
   void writeHeldLines();
   bool isHoldingLines() const;
+  void giveUp(LogLane& lane);
   void releaseLanes();
   LogLane* laneRunningHere();
   void flushAsWorkerOf(LogLane& lane);

@@ -199,8 +199,8 @@ bool QueueState::takeTurn(std::uint64_t& knownLoan) {
   Owner owner = owner_.load(std::memory_order_seq_cst);
   const std::uint64_t loan = loans_.load(std::memory_order_relaxed);
   const bool isSameLoan = loan == std::exchange(knownLoan, loan);
-  const bool isWanted =
-      owner != Owner::kOwned && (hasPending() || (owner == Owner::kLent && isSameLoan));
+  const bool isWanted = owner != Owner::kOwned && !isPauseWanted_.load(std::memory_order_relaxed) &&
+                        (hasPending() || (owner == Owner::kLent && isSameLoan));
   const bool isLent = owner == Owner::kLent;
   if (!isWanted || !owner_.compare_exchange_strong(owner, Owner::kOwned)) return !isSameLoan;
   if (isLent) {
