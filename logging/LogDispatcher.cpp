@@ -325,11 +325,14 @@ void LogDispatcher::settleAtEnd() {
     return;
   }
   // Static destructors log on the thread that has ended the process.
-  LogLane* const lane = endedWithin_;
-  if (isEndedFromWithin_ && loggingQueue_->state().isRunningHere()) {
+  if (std::this_thread::get_id() != endingThread_) return;
+  if (isEndedFromWithin_) {
     loggingQueue_->state().drainFromWithin();
-  } else if (lane != nullptr && lane->state().isRunningHere()) {
-    flushAsWorkerOf(*lane);
+  } else {
+    // What a logger logs while it is flushed is for the next time.
+    endingThread_ = std::thread::id();
+    flushAtEnd();
+    endingThread_ = std::this_thread::get_id();
   }
 }
 
@@ -337,42 +340,42 @@ void LogDispatcher::applicationWillTerminate() {
   isTerminating_.store(true, std::memory_order_seq_cst);
   if (loggingQueue_->state().isRunningHere()) {
     endFromWithin();
-    return;
+  } else {
+    for (int time = 0; time < 2; ++time) flushAtEnd();  // the second for what loggers logged then
   }
-  LogLane* const own = laneRunningHere();
-  for (int time = 0; time < 2; ++time) {  // the second time for what loggers logged meanwhile
-    if (own == nullptr || own->isMuted()) {
-      flushLog();
-    } else {
-      flushAsWorkerOf(*own);
-      endedWithin_ = own;
-    }
-  }
+  endingThread_ = std::this_thread::get_id();
 }
 
-/// The lane whose queue the calling work runs as; null for none. exit() may be called by a logger
-/// in the middle of a message, which then does not return: nobody is to wait for it.
-LogLane* LogDispatcher::laneRunningHere() {
+/// The logger's queue that the calling work runs as; null when there is none that anybody waits
+/// for. exit() may be called by a logger in the middle of a message, which then does not return:
+/// that logger is muted.
+std::shared_ptr<SerialQueue> LogDispatcher::loggerQueueRunningHere() {
   const std::lock_guard lock(lanesMutex_);
-  LogLane* found = nullptr;
+  std::shared_ptr<SerialQueue> found;
   for (const auto& lane : lanes_) {
     if (!lane->state().isRunningHere()) continue;
     if (lane->isDelivering()) lane->mute();
-    found = lane.get();
+    if (!lane->isMuted()) found = lane->queue();
   }
   return found;
 }
 
-/// The work that ends the process occupies a logger's queue, between two messages: what the log
+/// The work that ends the process may occupy a logger's queue, between two messages: what the log
 /// has for that logger is done from here.
-void LogDispatcher::flushAsWorkerOf(LogLane& lane) {
+void LogDispatcher::flushAtEnd() {
+  if (QueueState::current() == nullptr) {
+    flushLog();
+    return;
+  }
+  loggerQueueRunningHere();
   std::atomic<bool> isFlushed{false};
   loggingQueue_->async([this, &isFlushed] {
     lt_flush();
     isFlushed = true;
   });
   while (!isFlushed) {
-    lane.state().drainFromWithin();
+    // Asked each time: the logger may become one of the log's only now.
+    if (const auto queue = loggerQueueRunningHere()) queue->state().drainFromWithin();
     std::this_thread::yield();
   }
 }
@@ -380,7 +383,7 @@ void LogDispatcher::flushAsWorkerOf(LogLane& lane) {
 /// The very work that drains the global queue ends the process: the rest of it is done from here.
 /// First the message under way, which some loggers may not have yet.
 void LogDispatcher::endFromWithin() {
-  laneRunningHere();
+  loggerQueueRunningHere();
   for (const auto& lane : lanes_) lane->finishLoan();
   loggingGroup_.wait();
   loggingQueue_->state().drainFromWithin();

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "logging/DDLogMessage.h"
@@ -111,8 +112,8 @@ class LogDispatcher {
   bool isHoldingLines() const;
   void giveUp(LogLane& lane);
   void releaseLanes();
-  LogLane* laneRunningHere();
-  void flushAsWorkerOf(LogLane& lane);
+  std::shared_ptr<SerialQueue> loggerQueueRunningHere();
+  void flushAtEnd();
   void endFromWithin();
   bool isPutOff(bool asynchronously);
   void settleAtEnd();
@@ -127,10 +128,10 @@ class LogDispatcher {
   Semaphore queueSemaphore_;
   std::atomic<bool> isTerminating_{false};
   std::atomic<bool> isSilent_{false};
-  /// The work that ends the process runs as the global queue, or as that of a lane, and has
-  /// flushed.
-  std::atomic<bool> isEndedFromWithin_{false};
-  std::atomic<LogLane*> endedWithin_{nullptr};
+  /// The thread that ends the process, once it has flushed.
+  std::atomic<std::thread::id> endingThread_{};
+  /// The work that ends the process runs as the global queue.
+  bool isEndedFromWithin_ = false;
 
   // As the global queue only, save that the end of the process looks at the lanes too.
   std::vector<std::shared_ptr<DDLoggerNode>> loggers_;

@@ -141,6 +141,7 @@ const Case kCases[] = {
     {"ExitInTheFilesFormatter", "abc", Missing::kLongTail, 0, kOften},
     {"ExitOnALoggersQueue", "abcd", Missing::kNone, 0, kOften},
     {"ExitOnTheFilesQueue", "abc", Missing::kNone, 0, kOften},
+    {"ExitOnTheQueueOfALoggerToCome", "a"},
     {"ExitOnTheGlobalQueue", "abcd", Missing::kNone, 0, kOften},
     {"ExitWithALoggerThatLogs", "az", Missing::kNone, 0, kOften},
     {"StaticDestructors", "abc"},

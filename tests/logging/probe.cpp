@@ -77,17 +77,22 @@ void letTwoSayForever() {
   std::thread(sayForever, 'b').detach();
 }
 
-DDFileLogger& openLog(DDFileLogger::Environment environment = {},
-                      DDLogFileManagerDefault::Environment managers = {}) {
+std::shared_ptr<DDFileLogger> makeLogger(DDFileLogger::Environment environment = {},
+                                         DDLogFileManagerDefault::Environment managers = {}) {
   environment.systemLog = std::make_shared<RecordingSystemLog>();
   const auto manager = std::make_shared<NumberingManager>(folder() + "/logs", std::move(managers));
   const auto logger = std::make_shared<DDFileLogger>(manager, std::move(environment));
   logger->setLogFormatter(nullptr);
   logger->setMaximumFileSize(0);
-  DDLog::addLogger(logger);
   gManager = manager.get();
   gLogger = logger.get();
-  return *logger;
+  return logger;
+}
+
+DDFileLogger& openLog(DDFileLogger::Environment environment = {},
+                      DDLogFileManagerDefault::Environment managers = {}) {
+  DDLog::addLogger(makeLogger(std::move(environment), std::move(managers)));
+  return *gLogger;
 }
 
 void addHook(std::function<void(const DDLogMessage&)> onMessage) {
@@ -187,6 +192,16 @@ void exitOnTheFilesQueue() {
   say('b');
   gLogger->loggerQueue()->async(exitNow);
   sayForever('c');
+}
+
+void exitOnTheQueueOfALoggerToCome() {
+  DDLog::loggingQueue()->async([logger = makeLogger()] {
+    logger->loggerQueue()->async(exitNow);
+    while (!DDLog::loggingQueue()->state().hasPending()) std::this_thread::yield();
+    DDLog::addLogger(logger);
+    say('a', 100);
+  });
+  for (;;) ::pause();
 }
 
 void exitOnTheGlobalQueue() {
@@ -485,6 +500,7 @@ constexpr std::array kScenes{
     Scene{"ExitInTheFilesFormatter", exitInTheFilesFormatter},
     Scene{"ExitOnALoggersQueue", exitOnALoggersQueue},
     Scene{"ExitOnTheFilesQueue", exitOnTheFilesQueue},
+    Scene{"ExitOnTheQueueOfALoggerToCome", exitOnTheQueueOfALoggerToCome},
     Scene{"ExitOnTheGlobalQueue", exitOnTheGlobalQueue},
     Scene{"ExitWithALoggerThatLogs", exitWithALoggerThatLogs},
     Scene{"StaticDestructors", staticDestructors},
