@@ -7,12 +7,11 @@
 #include <QTimer>
 #include <clocale>
 #include <exception>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "app/StartupError.h"
 #include "platform/BackgroundQueue.h"
+#include "platform/HiddenStatusBar.h"
 #include "platform/PlatformError.h"
 #include "platform/ProcessFacts.h"
 #include "platform/linux/PosixFiles.h"
@@ -42,11 +41,9 @@ std::string programFolder() {
   return QCoreApplication::applicationDirPath().toStdString();
 }
 
-/// The installed bundle, or the source tree's when the program runs from a build folder.
+/// A build folder links the source tree's bundle to where an installation has its own.
 std::string defaultBundle() {
-  const auto installed = std::filesystem::path(programFolder()) / "../share/KVScheduler";
-  std::error_code error;
-  return std::filesystem::is_directory(installed, error) ? installed.string() : KV_SOURCE_BUNDLE;
+  return programFolder() + "/../share/KVScheduler";
 }
 
 /// Makes the application object and leaves the C library's locale as it was: the program's own
@@ -89,6 +86,7 @@ Application::Environment Agent::environment() {
                           .queue = std::make_shared<BackgroundQueue>(),
                           .systemLog = systemLog_,
                           .clock = clock};
+  environment.statusItem = {.statusBar = std::make_shared<HiddenStatusBar>(), .runLoop = runLoop};
   environment.system = {.clock = clock,
                         .runLoop = runLoop,
                         .programFolder = programFolder(),

@@ -12,8 +12,12 @@ namespace kv {
 Application::Application(Environment environment, Bundle bundle)
     : environment_(std::move(environment)),
       bundle_(std::move(bundle)),
-      engine_(environment_.systemLog) {
+      engine_(environment_.systemLog),
+      menus_(engine_) {
   environment_.scheduler.host = [this] { return delegate(); };
+  engine_.setAfterCalls([this] {
+    if (menus_.takeChanged()) environment_.statusItem.statusBar->refreshMenus();
+  });
   defineGlobals();
 }
 
@@ -29,7 +33,7 @@ void Application::defineGlobals() {
                       bundle_.identifier ? QJSValue(QString::fromStdString(*bundle_.identifier))
                                          : QJSValue(QJSValue::NullValue));
   const QJSValue global = engine.globalObject();
-  evaluateScriptFile(engine, "menus.js").call({global});
+  program.setProperty("menus", menus_.object());
   evaluateScriptFile(engine, "logging.js")
       .call({engine.newQObject(new LoggingObject(engine_)), engine_.describe(), global});
   const QJSValue globals = evaluateScriptFile(engine, "globals.js").call({program, global});
@@ -64,6 +68,10 @@ std::shared_ptr<ScriptHost> Application::delegate() {
 
 std::shared_ptr<KVTimer> Application::createScheduler() {
   return KVTimer::create(environment_.scheduler);
+}
+
+std::shared_ptr<TAV_StatusItemController> Application::createStatusItemController() {
+  return TAV_StatusItemController::create(environment_.statusItem);
 }
 
 void Application::terminate(int status) {

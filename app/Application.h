@@ -8,9 +8,11 @@
 #include "app/Bundle.h"
 #include "app/ScriptEngine.h"
 #include "app/ScriptHost.h"
+#include "app/ScriptMenus.h"
 #include "app/SystemKit.h"
 #include "launcher/UtilsSch.h"
 #include "scheduler/KVTimer.h"
+#include "statusitem/TAV_StatusItemController.h"
 
 namespace kv {
 
@@ -33,6 +35,7 @@ class Application {
     /// Of its members `host` is set by the application.
     KVTimer::Environment scheduler;
     UtilsSch::Environment launcher;
+    TAV_StatusItemController::Environment statusItem;
     SystemKit::Environment system;
     std::shared_ptr<SystemLog> systemLog;
     /// Makes the event loop return; without effect before it runs.
@@ -58,6 +61,9 @@ class Application {
   /// A new scheduler, already running; the script's KVTimer constructor.
   std::shared_ptr<KVTimer> createScheduler();
 
+  /// The script's TAV_StatusItemController constructor.
+  std::shared_ptr<TAV_StatusItemController> createStatusItemController();
+
   /// Ends the application with `status`; of several calls the first counts.
   void terminate(int status);
 
@@ -65,6 +71,7 @@ class Application {
   std::optional<int> exitStatus() const { return exitStatus_; }
 
   ScriptEngine& scripts() { return engine_; }
+  ScriptMenus& menus() { return menus_; }
 
  private:
   void defineGlobals();
@@ -72,6 +79,7 @@ class Application {
   Environment environment_;
   Bundle bundle_;
   ScriptEngine engine_;
+  ScriptMenus menus_;
   QJSValue delegate_;
   QJSValue delegateOrigin_;
   std::optional<int> exitStatus_;

@@ -6,7 +6,8 @@
 
 namespace kv {
 
-/// What stands behind a script's `application` and its KVTimer constructor (script/globals.js).
+/// What stands behind a script's `application`, and its constructors of KVTimer and
+/// TAV_StatusItemController (script/globals.js).
 /// Threads: the engine's. Belongs to the engine. A C++ exception becomes a JavaScript one.
 class ApplicationObject final : public QObject {
   Q_OBJECT
@@ -16,6 +17,8 @@ class ApplicationObject final : public QObject {
   Q_INVOKABLE void terminate(int status);
   /// A SchedulerObject, which belongs to the engine.
   Q_INVOKABLE QObject* createScheduler();
+  /// A StatusItemObject, which belongs to the engine.
+  Q_INVOKABLE QObject* createStatusItemController();
 
  private:
   Application& application_;

@@ -90,6 +90,7 @@ void ScriptEngine::run(const Bundle::Script& script) {
   QStringList stack;
   const QJSValue result = engine_.evaluate(QString::fromStdString(script.text),
                                            QString::fromStdString(script.path), 1, &stack);
+  afterCalls_();
   // A script may well end in an expression whose value is an Error: only a throw leaves a stack.
   if (stack.isEmpty()) return;
   const std::string location = locationOfThrow(stack).value_or(script.path);
@@ -130,6 +131,13 @@ void ScriptEngine::writeState(const QJSValue& item, int state) {
 
 std::optional<QJSValue> ScriptEngine::call(const Operation& operation, const QJSValue& guard,
                                            const QJSValueList& arguments) {
+  auto answer = callGuarded(operation, guard, arguments);
+  if (innermost_ == nullptr) afterCalls_();
+  return answer;
+}
+
+std::optional<QJSValue> ScriptEngine::callGuarded(const Operation& operation, const QJSValue& guard,
+                                                  const QJSValueList& arguments) {
   const Calling calling(*this, operation);
   if (calling.call().depth > kDeepestCalls) {
     operationFailed({}, "the program and the script call each other without end");

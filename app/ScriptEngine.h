@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "app/Bundle.h"
 #include "app/ScriptFaults.h"
@@ -61,6 +62,10 @@ class ScriptEngine {
   /// engine's thread, once, and does nothing when the engine has gone.
   std::function<void()> postponed(const char* name, const QJSValue& function);
 
+  /// Calls `action` whenever the script is done: after a script was run, and after each call that
+  /// the program made on its own. It must not call the script.
+  void setAfterCalls(std::function<void()> action) { afterCalls_ = std::move(action); }
+
   /// The check mark of a script's menu item: any object with a `state`.
   int readState(const QJSValue& item);
   void writeState(const QJSValue& item, int state);
@@ -108,6 +113,8 @@ class ScriptEngine {
 
   std::optional<QJSValue> call(const Operation& operation, const QJSValue& guard,
                                const QJSValueList& arguments);
+  std::optional<QJSValue> callGuarded(const Operation& operation, const QJSValue& guard,
+                                      const QJSValueList& arguments);
   void operationMissing();
   void operationFailed(const QString& stack, const std::string& text);
 
@@ -124,6 +131,7 @@ class ScriptEngine {
   std::shared_ptr<Postponed> postponed_;
   /// The innermost call that runs now; null outside of calls.
   Call* innermost_ = nullptr;
+  std::function<void()> afterCalls_ = [] {};
 };
 
 }  // namespace kv

@@ -109,6 +109,46 @@
   }
   define('KVTimer', KVTimer);
 
+  // --- TAV_StatusItemController ---
+
+  const controllerKey = Symbol('controller');
+
+  function controller(item) {
+    const found = isObject(item) ? item[controllerKey] : undefined;
+    if (!found) throw new TypeError('this is no TAV_StatusItemController');
+    return found;
+  }
+
+  function menuOrNull(value) {
+    if (value === undefined || value === null) return null;
+    if (!program.menus.isMenu(value)) throw new TypeError('a menu is an NSMenu');
+    return value;
+  }
+
+  class TAV_StatusItemController {
+    constructor() {
+      Object.defineProperty(this, controllerKey,
+                            {value: program.application.createStatusItemController()});
+    }
+
+    createStatusItemWithMenu() { controller(this).createStatusItemWithMenu(); }
+    updateDisplay() { controller(this).updateDisplay(); }
+    updateAnimation(mode) { controller(this).updateAnimation(mode | 0); }
+    toggleIconAnimation(animates) { controller(this).toggleIconAnimation(Boolean(animates)); }
+    updateIcon() { controller(this).updateIcon(); }
+    releaseStatusItem() { controller(this).releaseStatusItem(); }
+
+    get menu() { return controller(this).menu(); }
+    set menu(menu) { controller(this).setMenu(menuOrNull(menu)); }
+    get dynmenu() { return controller(this).dynmenu(); }
+    set dynmenu(menu) { controller(this).setDynmenu(menuOrNull(menu)); }
+    // Both are true when there is one, else null.
+    get statusItem() { return controller(this).hasStatusItem() ? true : null; }
+    get animationTimer() { return controller(this).isAnimating() ? true : null; }
+    get updateCount() { return controller(this).updateCount(); }
+  }
+  define('TAV_StatusItemController', TAV_StatusItemController);
+
   // --- UtilsSch ---
 
   define('UtilsSch', Object.freeze({

@@ -1,19 +1,56 @@
-// Menus and their items, as plain objects that a host script builds and reads.
-(function (global) {
+// Menus and their items: what a host script builds, and how the program reads it.
+//
+// `notice` is the program's side: it is told of every change, so that a menu that is shown is read
+// again when the script is done.
+(function (notice, global) {
   'use strict';
+
+  const DEEPEST = 8; // levels of submenus that are shown
+  const MOST_LINES = 1000; // lines of one menu that are shown
+  const LONGEST_TITLE = 500; // characters of a title that are shown
+
+  const fieldsKey = Symbol('fields');
+  let lastId = 0;
+
+  // A property whose changes the program is told of; what is set goes through `convert`.
+  function defineField(type, name, convert) {
+    Object.defineProperty(type.prototype, name, {
+      get() { return this[fieldsKey][name]; },
+      set(value) {
+        const fields = this[fieldsKey];
+        const converted = convert(value);
+        if (Object.is(fields[name], converted)) return;
+        fields[name] = converted;
+        notice.changed();
+      },
+      enumerable: true,
+      configurable: true
+    });
+  }
+
+  const asText = value => value === undefined || value === null ? '' : String(value);
+  const asItIs = value => value === undefined ? null : value;
+
+  function asMenu(value) {
+    if (value === undefined || value === null) return null;
+    if (!(value instanceof NSMenu)) throw new TypeError('a submenu is an NSMenu');
+    return value;
+  }
 
   class NSMenuItem {
     constructor(title, action) {
-      this.title = title === undefined ? '' : String(title);
-      // Called with the item when the user picks it; null for none.
-      this.action = action === undefined ? null : action;
-      this.enabled = true;
-      this.submenu = null;
-      this.separator = false;
+      Object.defineProperty(this, fieldsKey, {value: {
+        id: ++lastId,
+        title: asText(title),
+        // Called with the item when the user picks it; null for none.
+        action: asItIs(action),
+        enabled: true,
+        submenu: null,
+        separator: false,
+        state: 0 // 1 when checked, 0 when not
+      }});
       // The menu that holds the item, kept by that menu.
       Object.defineProperty(this, 'menu', {value: null, writable: true, configurable: true});
-      // 1 when checked, 0 when not.
-      this.state = 0;
     }
 
     static separatorItem() {
@@ -24,9 +61,16 @@
     }
   }
 
+  defineField(NSMenuItem, 'title', asText);
+  defineField(NSMenuItem, 'action', asItIs);
+  defineField(NSMenuItem, 'enabled', Boolean);
+  defineField(NSMenuItem, 'submenu', asMenu);
+  defineField(NSMenuItem, 'separator', Boolean);
+  defineField(NSMenuItem, 'state', asItIs);
+
   class NSMenu {
     constructor(title) {
-      this.title = title === undefined ? '' : String(title);
+      this.title = asText(title);
       this.items = [];
     }
 
@@ -40,6 +84,7 @@
       if (item.menu) item.menu.removeItem(item);
       this.items.splice(Math.min(Math.max(index | 0, 0), this.items.length), 0, item);
       item.menu = this;
+      notice.changed();
       return item;
     }
 
@@ -48,11 +93,14 @@
       if (index < 0) return;
       this.items.splice(index, 1);
       item.menu = null;
+      notice.changed();
     }
 
     removeAllItems() {
+      if (this.items.length === 0) return;
       for (const item of this.items) item.menu = null;
       this.items = [];
+      notice.changed();
     }
 
     itemWithTitle(title) {
@@ -66,4 +114,50 @@
   for (const type of [NSMenu, NSMenuItem]) {
     Object.defineProperty(global, type.name, {value: type, writable: true, configurable: true});
   }
+
+  function isChecked(state) {
+    try {
+      return (Number(state) | 0) !== 0;
+    } catch (thrown) {
+      return false; // no number
+    }
+  }
+
+  // The lines of a menu: [id, title, checked, enabled, separator, lines of the submenu or null].
+  function linesOf(menu, depth) {
+    const lines = [];
+    for (const item of menu.items) {
+      if (!(item instanceof NSMenuItem)) continue; // put there behind the menu's back
+      if (lines.length === MOST_LINES) break;
+      const fields = item[fieldsKey];
+      const title = fields.title.slice(0, LONGEST_TITLE).replace(/[\u0000-\u001f\u007f]+/g, ' ');
+      let submenu = null;
+      if (fields.submenu !== null) submenu = depth < DEEPEST ? linesOf(fields.submenu, depth + 1) : [];
+      lines.push([fields.id, title, isChecked(fields.state), fields.enabled, fields.separator, submenu]);
+    }
+    return lines;
+  }
+
+  function itemWithId(menu, id, depth) {
+    for (const item of menu.items) {
+      if (!(item instanceof NSMenuItem)) continue;
+      const fields = item[fieldsKey];
+      if (fields.id === id) return item;
+      if (fields.submenu === null || depth >= DEEPEST) continue;
+      const found = itemWithId(fields.submenu, id, depth + 1);
+      if (found !== null) return found;
+    }
+    return null;
+  }
+
+  return {
+    isMenu: value => value instanceof NSMenu,
+    linesOf: menu => linesOf(menu, 1),
+    // What picking the line does; null for nothing.
+    actionOf(menu, id) {
+      const item = itemWithId(menu, id, 1);
+      if (item === null || !item.enabled || typeof item.action !== 'function') return null;
+      return () => item.action(item);
+    }
+  };
 })

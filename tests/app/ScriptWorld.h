@@ -12,6 +12,7 @@
 #include "platform/linux/PosixFiles.h"
 #include "scheduler/ScheduleDocuments.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/RecordingStatusBar.h"
 #include "tests/support/RecordingSystemLog.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -31,6 +32,7 @@ class ScriptWorld {
                              .homeFolder = home.path().string(),
                              .traceFile = home / "trace.txt"};
     environment.system = {clock, runLoop, "/program", "/home/someone", "/state", "/state/history"};
+    environment.statusItem = {.statusBar = statusBar, .runLoop = runLoop};
     environment.systemLog = systemLog;
     application = std::make_unique<Application>(std::move(environment), Bundle{"/bundle", {}, {}});
   }
@@ -64,6 +66,7 @@ class ScriptWorld {
   std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
   std::shared_ptr<FakeRunLoop> runLoop = std::make_shared<FakeRunLoop>();
   std::shared_ptr<RecordingSystemLog> systemLog = std::make_shared<RecordingSystemLog>();
+  std::shared_ptr<RecordingStatusBar> statusBar = std::make_shared<RecordingStatusBar>();
   std::unique_ptr<Application> application;
 };
 

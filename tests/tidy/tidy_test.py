@@ -17,13 +17,16 @@ MAY_INCLUDE = {
     "platform": set(),
     "platform/linux": {"platform"},
     "platform/qt": {"platform"},
+    "platform/qt/desktop": {"platform", "platform/qt"},
     "scheduler": {"platform", "app/Host.h"},
     "launcher": {"platform"},
+    "statusitem": {"platform"},
     "logging": {"platform"},
-    "app": {"platform", "platform/linux", "platform/qt", "scheduler", "launcher", "logging"},
+    "app": {"platform", "platform/linux", "platform/qt", "scheduler", "launcher", "logging",
+            "statusitem"},
     "tools/kvbackup": {"platform", "platform/linux", "scheduler", "app/Host.h"},
 }
-QT_FOLDERS = {"app", "platform/qt"}
+QT_FOLDERS = {"app", "platform/qt", "platform/qt/desktop"}
 CLOCK_CALL = re.compile(
     r"\b(clock_gettime|gettimeofday|system_clock::now|steady_clock::now|currentDateTime\w*|"
     r"(?<![\w.>:])time)\s*\(")
@@ -112,7 +115,8 @@ BAD_SAMPLES = {
 
 
 def sources(root):
-    for folder in ["app", "bench", "fuzz", "launcher", "logging", "platform", "scheduler", "tests", "tools"]:
+    for folder in ["app", "bench", "fuzz", "launcher", "logging", "platform", "scheduler", "statusitem",
+                   "tests", "tools"]:
         for path in sorted((root / folder).rglob("*")):
             if path.suffix in {".h", ".cpp"}:
                 yield path
