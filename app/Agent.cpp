@@ -6,6 +6,7 @@
 #include <QLoggingCategory>
 #include <QTimer>
 #include <clocale>
+#include <cstdlib>
 #include <exception>
 #include <utility>
 
@@ -20,6 +21,7 @@
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/UserPaths.h"
+#include "platform/qt/DesktopModule.h"
 #include "platform/qt/QtProcessLauncher.h"
 #include "platform/qt/TerminationSignals.h"
 
@@ -37,22 +39,34 @@ std::unique_ptr<FileLock> lockAgainstSecondAgent() {
                      FileLock::note(path) + ")");
 }
 
-std::string programFolder() {
-  return QCoreApplication::applicationDirPath().toStdString();
-}
-
 /// A build folder links the source tree's bundle to where an installation has its own.
 std::string defaultBundle() {
   return programFolder() + "/../share/KVScheduler";
 }
 
+bool isSet(const char* variable) {
+  const char* const value = std::getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+/// What needs a display; null where there is none.
+DesktopModule* loadDesktop(SystemLog& systemLog) {
+  if (!isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) return nullptr;
+  std::string error;
+  auto* const module = DesktopModule::load(programFolder() + "/" KV_DESKTOP_MODULE, error);
+  if (module == nullptr) systemLog.write("warning: there will be no status icon: " + error);
+  return module;
+}
+
 /// Makes the application object and leaves the C library's locale as it was: the program's own
 /// texts are the same everywhere, and dates take their locale from the environment by themselves.
 /// Qt's remarks on a locale that is not UTF-8, and on the style of scripts, are of no use here.
-std::unique_ptr<QCoreApplication> makeQtApplication(int& argc, char** argv) {
+std::unique_ptr<QCoreApplication> makeQtApplication(DesktopModule* desktop, int& argc,
+                                                    char** argv) {
   const auto usualHandler =
       qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-  auto application = std::make_unique<QCoreApplication>(argc, argv);
+  auto application = desktop ? desktop->makeApplication(argc, argv)
+                             : std::make_unique<QCoreApplication>(argc, argv);
   qInstallMessageHandler(usualHandler);
   QLoggingCategory::setFilterRules("qt.qml.compiler.warning=false");
   std::setlocale(LC_ALL, "C");
@@ -61,15 +75,19 @@ std::unique_ptr<QCoreApplication> makeQtApplication(int& argc, char** argv) {
 
 }  // namespace
 
-Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog)
+Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog,
+             DesktopModule* desktop)
     : systemLog_(std::move(systemLog)), lock_(lockAgainstSecondAgent()) {
   PosixFiles files;
   Bundle bundle = Bundle::load(files, commandLine.bundle.value_or(defaultBundle()));
   setMainBundleIdentifier(bundle.identifier);  // log files bear its name
-  application_.emplace(environment(), std::move(bundle));
+  const std::shared_ptr<StatusBar> statusBar = desktop
+                                                   ? desktop->makeStatusBar(bundle.path + "/Images")
+                                                   : std::make_shared<HiddenStatusBar>();
+  application_.emplace(environment(statusBar), std::move(bundle));
 }
 
-Application::Environment Agent::environment() {
+Application::Environment Agent::environment(std::shared_ptr<StatusBar> statusBar) {
   const auto clock = std::make_shared<SystemClock>();
   // The run loop holds timers, which hold schedulers, which hold the run loop: owning it there
   // would keep all of them alive for ever.
@@ -86,7 +104,7 @@ Application::Environment Agent::environment() {
                           .queue = std::make_shared<BackgroundQueue>(),
                           .systemLog = systemLog_,
                           .clock = clock};
-  environment.statusItem = {.statusBar = std::make_shared<HiddenStatusBar>(), .runLoop = runLoop};
+  environment.statusItem = {.statusBar = std::move(statusBar), .runLoop = runLoop};
   environment.system = {.clock = clock,
                         .runLoop = runLoop,
                         .programFolder = programFolder(),
@@ -117,10 +135,11 @@ int Agent::main(int argc, char** argv) {
   if (!commandLine) return exitStatus;
 
   int qtArgumentCount = 1;  // Qt would take options of its own from the rest
-  const auto qtApplication = makeQtApplication(qtArgumentCount, argv);
   const auto systemLog = std::make_shared<SyslogSystemLog>(kProgramName);
+  DesktopModule* const desktop = loadDesktop(*systemLog);
+  const auto qtApplication = makeQtApplication(desktop, qtArgumentCount, argv);
   try {
-    return Agent(*commandLine, systemLog).run();
+    return Agent(*commandLine, systemLog, desktop).run();
   } catch (const std::exception& error) {
     systemLog->write(error.what());
     return 1;

@@ -6,8 +6,10 @@
 
 #include "app/Application.h"
 #include "app/CommandLine.h"
+#include "platform/StatusBar.h"
 #include "platform/SystemLog.h"
 #include "platform/linux/FileLock.h"
+#include "platform/qt/DesktopModule.h"
 #include "platform/qt/QtMainQueue.h"
 #include "platform/qt/QtRunLoop.h"
 
@@ -23,7 +25,9 @@ namespace kv {
 ///            refuses the lock or a descriptor.
 class Agent {
  public:
-  Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog);
+  /// `desktop` is null where there is no display.
+  Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog,
+        DesktopModule* desktop);
 
   /// Loads the scripts, runs the event loop, and returns the exit status.
   int run();
@@ -32,7 +36,7 @@ class Agent {
   static int main(int argc, char** argv);
 
  private:
-  Application::Environment environment();
+  Application::Environment environment(std::shared_ptr<StatusBar> statusBar);
 
   std::shared_ptr<SystemLog> systemLog_;
   std::unique_ptr<FileLock> lock_;

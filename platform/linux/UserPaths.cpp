@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <vector>
 
 namespace kv {
@@ -57,6 +58,10 @@ std::string runtimeFolder() {
 
 std::string historyFile() {
   return stateFolder() + "/history.jsonl";
+}
+
+std::string programFolder() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
 }
 
 bool makeFolders(const std::string& path) {

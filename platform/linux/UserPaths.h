@@ -17,6 +17,9 @@ std::string runtimeFolder();
 /// The backup runner's records of its runs: stateFolder()/history.jsonl.
 std::string historyFile();
 
+/// The folder of the running program.
+std::string programFolder();
+
 /// Makes the folder and those above it, for this user only (0700). False when it is not there
 /// afterwards.
 bool makeFolders(const std::string& path);

@@ -1,0 +1,45 @@
+#include <QApplication>
+#include <QSessionManager>
+#include <memory>
+
+#include "platform/HiddenStatusBar.h"
+#include "platform/qt/DesktopModule.h"
+#include "platform/qt/desktop/QtStatusBar.h"
+
+namespace kv {
+namespace {
+
+/// The module on Qt's widgets.
+class QtDesktopModule final : public DesktopModule {
+ public:
+  std::unique_ptr<QCoreApplication> makeApplication(int& argumentCount, char** arguments) override {
+    // When the display refuses, Qt goes on without one.
+    const bool isWayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    const bool isChosen = !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+    if (!isChosen)
+      qputenv("QT_QPA_PLATFORM", isWayland ? "wayland;xcb;offscreen" : "xcb;offscreen");
+    auto application = std::make_unique<QApplication>(argumentCount, arguments);
+    // The programs that the agent starts are to find the environment as it was.
+    if (!isChosen) qunsetenv("QT_QPA_PLATFORM");
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setDesktopFileName("com.kelvara.KVScheduler");
+    // The desktop starts the agent by its autostart entry, and is not to do so twice.
+    QObject::connect(
+        application.get(), &QApplication::saveStateRequest, application.get(),
+        [](QSessionManager& session) { session.setRestartHint(QSessionManager::RestartNever); });
+    return application;
+  }
+
+  std::shared_ptr<StatusBar> makeStatusBar(const std::string& images) override {
+    if (QGuiApplication::platformName() == "offscreen") return std::make_shared<HiddenStatusBar>();
+    return std::make_shared<QtStatusBar>(images);
+  }
+};
+
+}  // namespace
+}  // namespace kv
+
+extern "C" __attribute__((visibility("default"))) kv::DesktopModule* kvDesktopModule() {
+  static kv::QtDesktopModule module;
+  return &module;
+}
