@@ -11,6 +11,7 @@
 
 #include "app/Application.h"
 #include "bench/Documents.h"
+#include "platform/HiddenStatusBar.h"
 #include "platform/linux/PosixFiles.h"
 #include "platform/linux/SystemClock.h"
 #include "scheduler/KVTimer.h"
@@ -18,17 +19,18 @@
 
 namespace kv::bench {
 
-/// A run loop that fires when it is told to.
+/// A run loop that ticks when it is told to. Other timers never fire.
 class ManualRunLoop final : public RunLoop {
  public:
-  std::shared_ptr<RepeatingTimer> scheduleRepeatingTimer(Seconds,
+  std::shared_ptr<RepeatingTimer> scheduleRepeatingTimer(Seconds interval,
                                                          std::function<void()> action) override {
-    latest_ = std::make_shared<Timer>();
-    latest_->action = std::move(action);
-    return latest_;
+    auto timer = std::make_shared<Timer>();
+    timer->action = std::move(action);
+    if (interval == KVTimer::kTickInterval) ticking_ = timer;
+    return timer;
   }
-  void fire() { latest_->action(); }
-  void clear() { latest_.reset(); }
+  void fire() { ticking_->action(); }
+  void clear() { ticking_.reset(); }
 
  private:
   struct Timer final : RepeatingTimer {
@@ -36,7 +38,7 @@ class ManualRunLoop final : public RunLoop {
     bool isValid() const override { return action != nullptr; }
     std::function<void()> action;
   };
-  std::shared_ptr<Timer> latest_;
+  std::shared_ptr<Timer> ticking_;
 };
 
 class QuietLog final : public SystemLog {
@@ -124,6 +126,8 @@ class ScriptWorld {
                           .homeFolder = environment.scheduler.homeFolder,
                           .stateFolder = world.path("state"),
                           .historyFile = world.path("state/history.jsonl")};
+    environment.statusItem = {.statusBar = std::make_shared<HiddenStatusBar>(),
+                              .runLoop = environment.scheduler.runLoop};
     environment.systemLog = std::make_shared<QuietLog>();
     environment.launcher.systemLog = environment.systemLog;
     environment.quit = [] {};

@@ -41,6 +41,11 @@ class AgentProcess {
     environment.insert("HOME", QString::fromStdString(folders.root / "home"));
     environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(folders.root / "runtime"));
     environment.remove("XDG_STATE_HOME");
+    environment.remove("XDG_CONFIG_HOME");
+    // Not on the desktop of whoever runs the tests.
+    for (const char* desktop : {"DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS"}) {
+      environment.remove(desktop);
+    }
     process_.setProcessEnvironment(environment);
     wrapper << KV_AGENT << "--bundle" << QString::fromStdString(folders.root / "bundle");
     process_.start(wrapper.takeFirst(), wrapper);
