@@ -7,6 +7,7 @@
 #include "platform/LocalTime.h"
 #include "scheduler/FieldReaders.h"
 #include "scheduler/IntervalOrder.h"
+#include "scheduler/NextRun.h"
 #include "scheduler/Rules.h"
 #include "scheduler/ScheduleDocuments.h"
 
@@ -174,7 +175,7 @@ bool KVTimer::judgeTask(Tick& tick, std::size_t index) {
   const auto set = isTracing() ? record.shownSet() : std::nullopt;
   logString_varstr("Checking ************** : ", set);
   if (isTracing()) traceRunState(record, *this);
-  if (!record.isScheduled() || !record.mayRun()) {
+  if (!passesMainGate(record)) {
     logString_varstr("NO go: ", set);
     return false;
   }
@@ -183,9 +184,7 @@ bool KVTimer::judgeTask(Tick& tick, std::size_t index) {
   if (isTracing()) {
     logString_varstr("Processing ", fmt::format("{} task:{}", index, shownTask(record)));
   }
-  std::optional<CallSite> site;
-  if (record.type() == kWeekly) site = judgeWeekly(record, tick.moment, *this);
-  if (record.type() == kDaily) site = judgeDaily(record, tick.moment, *this);
+  const auto site = judgeByType(record, tick.moment, *this);
   return site && launch(tick, *site, record);
 }
 
@@ -204,9 +203,8 @@ bool KVTimer::runIntervalPass(Tick& tick) {
     logString("Sorted minutes or hours post loop");
     const TaskRecord record(*entry);
     const Temporarily judged(judgedSet_, record.set());
-    if (record.type() != kHourly && record.type() != kMinutes) continue;
-    // "runState" is not asked here: an interval task held back by it is launched all the same.
-    if (!record.isScheduled()) continue;
+    if (!record.isInterval()) continue;
+    if (!passesIntervalGate(record)) continue;
     const auto due = record.nextDue();
     traceIntervalTask(due, tick.moment.now());
     if (!due || *due > tick.moment.now()) continue;
@@ -250,6 +248,10 @@ std::optional<PropertyList> KVTimer::getDestPathFromArray_Set(const TaskList& li
 
 std::vector<const PropertyList*> KVTimer::sortArrayForNextBackup(const TaskList& list) {
   return overdueIntervalTasks(list, environment_.clock->now(), patterns_, *this);
+}
+
+std::optional<Date> KVTimer::nextDue(const PropertyList& record) const {
+  return kv::nextDue(record, environment_.clock->now(), patterns_);
 }
 
 void KVTimer::launchKelvaraWithSet(const PropertyList* set) {

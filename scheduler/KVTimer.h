@@ -79,6 +79,9 @@ class KVTimer final : public std::enable_shared_from_this<KVTimer>, public Trace
   /// `list`. See IntervalOrder.h for what it leaves out.
   std::vector<const PropertyList*> sortArrayForNextBackup(const TaskList& list);
 
+  /// When the set of `record` is due next; now, when it is due. See NextRun.h.
+  std::optional<Date> nextDue(const PropertyList& record) const;
+
   void launchKelvaraWithSet(const PropertyList* set);
   void launchKelvaraScriptWithSet(const PropertyList* set);
 

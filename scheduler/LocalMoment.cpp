@@ -10,6 +10,13 @@ DatePatterns::DatePatterns(const DateLocale& locale)
       weekday("e", locale),
       reference("MM/dd/yyyy HH:mm:ss", locale) {}
 
+LocalMoment LocalMoment::at(Date date) const {
+  LocalMoment other(date, patterns_);
+  other.sunday_ = sunday_;
+  other.sundayKnown_ = sundayKnown_;
+  return other;
+}
+
 const std::string& LocalMoment::rendered(std::optional<std::string>& kept,
                                          const DateFormatter& format, Date date) {
   if (!kept) kept = format.string(date).value_or("");

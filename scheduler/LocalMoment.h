@@ -30,6 +30,9 @@ class LocalMoment {
  public:
   LocalMoment(Date now, const DatePatterns& patterns) : now_(now), patterns_(patterns) {}
 
+  /// Another instant, which takes over what is the same at all of them.
+  LocalMoment at(Date date) const;
+
   Date now() const { return now_; }
   const DatePatterns& patterns() const { return patterns_; }
 

@@ -17,11 +17,17 @@ std::int64_t integerOf(const std::string& text) {
   return integerValue(&value);
 }
 
+/// "0930"; absent when the task has no time of day.
+std::optional<std::string> renderedTimeOfDay(const TaskRecord& record,
+                                             const DatePatterns& patterns) {
+  const auto picked = dateValue(record.option("datePick"));
+  return picked ? patterns.timeOfDay.string(*picked) : std::nullopt;
+}
+
 /// The comparison of the normal mode, which writes its four values first.
 bool isTimeReached(const TaskRecord& record, LocalMoment& moment, const std::string& lastRun,
                    Trace& trace) {
-  const auto picked = dateValue(record.option("datePick"));
-  const auto stored = picked ? moment.patterns().timeOfDay.string(*picked) : std::nullopt;
+  const auto stored = renderedTimeOfDay(record, moment.patterns());
   trace.logString_varstr("today's time = ", moment.timeOfDay());
   trace.logString_varstr("stored  time = ", stored);
   trace.logString_varstr("today's day = ", moment.day());
@@ -57,6 +63,18 @@ bool isTodaySelected(const TaskRecord& record, LocalMoment& moment, Trace& trace
 
 }  // namespace
 
+bool passesMainGate(const TaskRecord& record) {
+  return record.isScheduled() && record.mayRun();
+}
+
+bool passesIntervalGate(const TaskRecord& record) {
+  return record.isScheduled();
+}
+
+std::int64_t pickedTimeOfDay(const TaskRecord& record, const DatePatterns& patterns) {
+  return integerOf(renderedTimeOfDay(record, patterns).value_or(""));
+}
+
 std::optional<CallSite> judgeDaily(const TaskRecord& record, LocalMoment& moment, Trace& trace) {
   const std::string lastRun = storedDay(record.option("dayOfMonth"));
   if (record.isOnceADay()) {
@@ -87,6 +105,17 @@ std::optional<CallSite> judgeWeekly(const TaskRecord& record, LocalMoment& momen
   }
   if (!isTimeReached(record, moment, lastRun, trace)) return std::nullopt;
   return CallSite::kWeeklyNormal;
+}
+
+std::optional<CallSite> judgeByType(const TaskRecord& record, LocalMoment& moment, Trace& trace) {
+  switch (record.type()) {
+    case kDaily:
+      return judgeDaily(record, moment, trace);
+    case kWeekly:
+      return judgeWeekly(record, moment, trace);
+    default:
+      return std::nullopt;
+  }
 }
 
 }  // namespace kv

@@ -35,6 +35,8 @@ class TaskRecord {
   bool isScheduled() const;
   /// The schedule type, of which ScheduleType names the known ones.
   std::int64_t type() const;
+  /// True for the types that are due at a stored date instead of on days.
+  bool isInterval() const { return type() == kHourly || type() == kMinutes; }
   /// True when a run is allowed: "runState" is missing or true.
   bool mayRun() const;
   bool isOnceADay() const;
