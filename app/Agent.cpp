@@ -21,6 +21,7 @@
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/UserPaths.h"
+#include "platform/qt/DBusNotifier.h"
 #include "platform/qt/DesktopModule.h"
 #include "platform/qt/QtProcessLauncher.h"
 #include "platform/qt/TerminationSignals.h"
@@ -29,6 +30,7 @@ namespace kv {
 namespace {
 
 constexpr char kProgramName[] = "KVScheduler";
+constexpr char kDesktopEntry[] = "com.kelvara.KVScheduler";
 
 std::unique_ptr<FileLock> lockAgainstSecondAgent() {
   const std::string folder = runtimeFolder();
@@ -100,7 +102,8 @@ Application::Environment Agent::environment(std::shared_ptr<StatusBar> statusBar
   environment.scheduler.files = std::make_shared<PosixFiles>();
   environment.scheduler.locale = DateLocale::fromEnvironment();
   environment.scheduler.homeFolder = homeFolder();
-  environment.launcher = {.launcher = std::make_shared<QtProcessLauncher>(),
+  const auto launcher = std::make_shared<QtProcessLauncher>();
+  environment.launcher = {.launcher = launcher,
                           .queue = std::make_shared<BackgroundQueue>(),
                           .systemLog = systemLog_,
                           .clock = clock};
@@ -110,7 +113,10 @@ Application::Environment Agent::environment(std::shared_ptr<StatusBar> statusBar
                         .programFolder = programFolder(),
                         .homeFolder = homeFolder(),
                         .stateFolder = stateFolder(),
-                        .historyFile = historyFile()};
+                        .historyFile = historyFile(),
+                        .settingsFolder = settingsFolder(),
+                        .launcher = launcher,
+                        .notifier = std::make_shared<DBusNotifier>(kProgramName, kDesktopEntry)};
   return environment;
 }
 

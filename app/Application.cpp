@@ -28,6 +28,7 @@ void Application::defineGlobals() {
   program.setProperty("launcher",
                       engine.newQObject(new LauncherObject(engine_, environment_.launcher)));
   program.setProperty("system", engine.newQObject(new SystemKit(engine_, environment_.system)));
+  program.setProperty("version", KV_VERSION);
   program.setProperty("bundlePath", QString::fromStdString(bundle_.path));
   program.setProperty("bundleIdentifier",
                       bundle_.identifier ? QJSValue(QString::fromStdString(*bundle_.identifier))

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "app/ScriptMenuItem.h"
+#include "scheduler/NextRun.h"
 
 namespace kv {
 namespace {
@@ -58,6 +59,22 @@ QList<int> SchedulerObject::sortArrayForNextBackup(const QJSValue& list) {
       indexes.append(static_cast<int>(record - records.data()));
     }
     return indexes;
+  });
+}
+
+bool SchedulerObject::isTakingPart(const QJSValue& record) {
+  return engine_.guarded([&] {
+    const auto value = engine_.values().toPropertyList(record);
+    return value && kv::isTakingPart(*value);
+  });
+}
+
+QJSValue SchedulerObject::nextDue(const QJSValue& record) {
+  return engine_.guarded([&] {
+    const auto value = engine_.values().toPropertyList(record);
+    const auto due = value ? timer_->nextDue(*value) : std::nullopt;
+    const auto shown = due ? std::optional<PropertyList>(*due) : std::nullopt;
+    return engine_.values().fromPropertyList(shown ? &*shown : nullptr);
   });
 }
 

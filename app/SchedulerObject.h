@@ -31,6 +31,9 @@ class SchedulerObject final : public QObject {
   Q_INVOKABLE QJSValue getDestPathFromArray_Set(const QJSValue& list, const QJSValue& set);
   /// The indexes of the chosen records in `list`.
   Q_INVOKABLE QList<int> sortArrayForNextBackup(const QJSValue& list);
+  Q_INVOKABLE bool isTakingPart(const QJSValue& record);
+  /// A Date, or null.
+  Q_INVOKABLE QJSValue nextDue(const QJSValue& record);
   Q_INVOKABLE void launchKelvaraWithSet(const QJSValue& set);
   Q_INVOKABLE void launchKelvaraScriptWithSet(const QJSValue& set);
   Q_INVOKABLE bool append(const QString& text);

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <QStandardPaths>
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -9,13 +10,27 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/PlatformError.h"
+#include "platform/linux/DurableFile.h"
 #include "platform/linux/FileTail.h"
+#include "platform/linux/PosixFiles.h"
 #include "platform/linux/ProcessTable.h"
+#include "platform/linux/UserPaths.h"
 
 namespace kv {
 namespace {
 
 constexpr double kLongestTail = 16.0 * 1024 * 1024;
+constexpr char kNotificationIcon[] = "kvscheduler";
+
+/// Nothing for what is no path.
+std::optional<std::filesystem::path> absolutePath(const QString& path) {
+  if (path.isEmpty() || path.contains(QChar::Null)) return std::nullopt;
+  std::error_code error;
+  auto absolute = std::filesystem::absolute(path.toStdString(), error);
+  if (error) return std::nullopt;
+  return absolute;
+}
 
 }  // namespace
 
@@ -64,6 +79,55 @@ QJSValue SystemKit::readTail(const QString& path, double maxBytes) {
     const double limit = std::isnan(maxBytes) ? 0.0 : std::clamp(maxBytes, 0.0, kLongestTail);
     const auto text = kv::readTail(path.toStdString(), static_cast<std::size_t>(limit));
     return text ? QJSValue(QString::fromStdString(*text)) : QJSValue(QJSValue::NullValue);
+  });
+}
+
+QJSValue SystemKit::readText(const QString& path) {
+  return engine_.guarded([&] {
+    const auto text = PosixFiles().read(path.toStdString(), kLongestText);
+    return text ? QJSValue(QString::fromStdString(*text)) : QJSValue(QJSValue::NullValue);
+  });
+}
+
+bool SystemKit::writeText(const QString& path, const QString& text) {
+  return engine_.guarded([&] {
+    const auto target = absolutePath(path);
+    if (!target || !makeFolders(target->parent_path().string())) return false;
+    try {
+      replaceFileDurably(target->string(), text.toStdString());
+      return true;
+    } catch (const PlatformError&) {
+      return false;
+    }
+  });
+}
+
+bool SystemKit::open(const QString& path) {
+  return engine_.guarded([&] {
+    const auto target = absolutePath(path);
+    std::error_code error;
+    if (!target || !std::filesystem::exists(*target, error) || !environment_.launcher) return false;
+    const QString program = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
+    if (program.isEmpty()) return false;
+    try {
+      // An absolute path begins with "/" and so is never taken for an option.
+      environment_.launcher->start(program.toStdString(), {{target->string()}});
+      return true;
+    } catch (const PlatformError&) {
+      return false;
+    }
+  });
+}
+
+void SystemKit::notify(const QString& summary, const QString& body, double urgency) {
+  engine_.guarded([&] {
+    if (!environment_.notifier) return;
+    using Urgency = Notification::Urgency;
+    const Urgency shown = urgency < 1   ? Urgency::kLow
+                          : urgency > 1 ? Urgency::kCritical
+                                        : Urgency::kNormal;
+    environment_.notifier->notify(
+        {summary.toStdString(), body.toStdString(), shown, kNotificationIcon});
   });
 }
 

@@ -12,6 +12,7 @@
   const textOrNull = value => value === undefined || value === null ? null : String(value);
   const listOf = value => Array.isArray(value) ? value : [];
   const textsOf = value => Array.from(listOf(value), String);
+  const absentAsNull = value => value === undefined ? null : value;
   const absentAsUndefined = value => value === null ? undefined : value;
 
   // --- application ---
@@ -34,6 +35,7 @@
     value: Object.freeze({path: program.bundlePath, identifier: program.bundleIdentifier}),
     enumerable: true
   });
+  Object.defineProperty(application, 'version', {value: program.version, enumerable: true});
   // A script that declares a variable of this name must not cut the program off its delegate.
   Object.defineProperty(global, 'application', {value: application, enumerable: true});
 
@@ -75,6 +77,14 @@
     sortArrayForNextBackup(list) {
       const records = listOf(list);
       return scheduler(this).sortArrayForNextBackup(records).map(index => records[index]);
+    }
+
+    // Whether the scheduler looks at a set at all, by its record.
+    isTakingPart(record) { return scheduler(this).isTakingPart(absentAsNull(record)); }
+    // When it is due next, or null.
+    nextDue(record) {
+      const due = scheduler(this).nextDue(absentAsNull(record));
+      return due === null || isNaN(due) ? null : due;
     }
 
     launchKelvaraWithSet(set) { scheduler(this).launchKelvaraWithSet(set); }
@@ -168,6 +178,13 @@
     processesRunning: executable => kit.processesRunning(String(executable)),
     environment: name => absentAsUndefined(kit.environment(String(name))),
     readTail: (path, maxBytes) => absentAsUndefined(kit.readTail(String(path), Number(maxBytes))),
+    readText: path => kit.readText(String(path)),
+    writeText: (path, text) => kit.writeText(String(path), String(text)),
+    open: path => kit.open(String(path)),
+    notify(summary, body, urgency) {
+      const level = Number(urgency === undefined || urgency === null ? 1 : urgency);
+      kit.notify(textOrNull(summary) || '', textOrNull(body) || '', level);
+    },
     after(seconds, action) {
       if (typeof action !== 'function') throw new TypeError('after takes a function');
       kit.after(Number(seconds), action);
@@ -176,6 +193,7 @@
     programFolder: kit.programFolder(),
     homeFolder: kit.homeFolder(),
     stateFolder: kit.stateFolder(),
+    settingsFolder: kit.settingsFolder(),
     historyFile: kit.historyFile()
   }));
 

@@ -51,6 +51,11 @@ std::string stateFolder() {
   return (base.empty() ? homeFolder() + "/.local/state" : base) + "/KVScheduler";
 }
 
+std::string settingsFolder() {
+  const std::string base = absolutePathFrom("XDG_CONFIG_HOME");
+  return (base.empty() ? homeFolder() + "/.config" : base) + "/KVScheduler";
+}
+
 std::string runtimeFolder() {
   const std::string runtime = absolutePathFrom("XDG_RUNTIME_DIR");
   return isOwnFolder(runtime) ? runtime : stateFolder();

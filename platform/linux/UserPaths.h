@@ -11,6 +11,10 @@ std::string homeFolder();
 /// ~/.local/state/KVScheduler.
 std::string stateFolder();
 
+/// Where the user keeps settings for this program: $XDG_CONFIG_HOME/KVScheduler, by default
+/// ~/.config/KVScheduler.
+std::string settingsFolder();
+
 /// $XDG_RUNTIME_DIR where it is an absolute path of a folder of this user, else stateFolder().
 std::string runtimeFolder();
 

@@ -3,6 +3,7 @@
 #include "platform/PropertyListWriter.h"
 #include "scheduler/ScheduleDocuments.h"
 #include "tests/app/AgentProcess.h"
+#include "tests/app/HostWorld.h"
 #include "tests/support/Task.h"
 
 namespace kv::test {
@@ -104,7 +105,7 @@ TEST_F(AgentTest, LogsItsEventsOnceInItsFileAndOnATerminal) {
       "import os, pty, sys; os.dup2(2, 1); sys.exit(pty.spawn(sys.argv[1:]) >> 8)"};
   for (const auto& wrapper : {QStringList(), onATerminal}) {
     AgentFolders folders;
-    folders.writeScript(readFile(KV_DEFAULT_HOST));
+    folders.writeScript(defaultHost());
     writeFile(folders.root / "bundle/Info.plist", readFile(KV_DEFAULT_PLIST));
     writeFile(folders.root / "bundle/Scripts/later.js", "system.after(0, application.terminate);");
     AgentProcess agent(folders, wrapper);
@@ -126,7 +127,7 @@ TEST_F(AgentTest, ACompletionRunsInTheEventLoop) {
 }
 
 TEST_F(AgentTest, GoesOnWhenItsLogCannotBeWritten) {
-  folders_.writeScript(readFile(KV_DEFAULT_HOST));
+  folders_.writeScript(defaultHost());
   writeFile(folders_.root / "home/Library", "in the way");
   AgentProcess agent(folders_);
   EXPECT_TRUE(agent.waitFor("warning: no log can be written in ")) << agent.errors();

@@ -1,82 +1,11 @@
 #include <gmock/gmock.h>
 
-#include "tests/app/ScriptWorld.h"
-#include "tests/support/ScopedEnvironment.h"
-#include "tests/support/Task.h"
+#include "tests/app/HostWorld.h"
 
 namespace kv::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-
-/// What the host script sees of the machine, under the hand of the test.
-constexpr const char* kFakeMachine = R"(
-  var fake = {installed: ['/p/kvbackup'], processes: [], history: [], started: [], now: 0,
-              polls: [], debug: undefined};
-  Date.now = () => fake.now;
-  system = {
-    programFolder: '/p', historyFile: '/h',
-    exists: path => fake.installed.indexOf(path) >= 0,
-    processesRunning: () => fake.processes.map((line, i) => ({pid: i, arguments: line.split(' ')})),
-    readTail: () => fake.history.join('\n'),
-    destinationPresent: path => path !== '/disk/Gone',
-    environment: name => name === 'KVSCHEDULER_DEBUG' ? fake.debug : undefined,
-    after: (seconds, action) => fake.polls.push(action)
-  };
-  UtilsSch = {runScript: list => { fake.started.push(list.join(' ')); return ''; }};
-  function ran(set, result, end) {
-    fake.history.push(JSON.stringify({set: set, result: result, end: new Date(end).toISOString()}));
-  }
-)";
-
-/// The default host script on a fake machine, in UTC, from 2024-03-05 09:00 on.
-struct HostWorld : ScriptWorld {
-  /// `before` changes the fake machine before the host script is loaded.
-  explicit HostWorld(const TaskList& sets, const std::string& before = "") {
-    writeDocument(sets);
-    setTime("2024-03-05 09:00:00");
-    script(kFakeMachine);
-    script(before);
-    script(readFile(KV_DEFAULT_HOST));
-    application->finishLaunching();
-  }
-  /// Asking a file logger for its size waits until it has rolled its file.
-  ~HostWorld() {
-    value("var file = DDLog.allLoggers()[0]; DDLog.removeAllLoggers(); file.maximumFileSize()");
-  }
-
-  void setTime(const std::string& time) {
-    clock->present = localDate(time);
-    now = clock->present.unixSeconds() * 1000;
-  }
-  /// A tick at this time, which comes after what happened on the machine meanwhile.
-  std::string tickAt(const std::string& time, const std::string& meanwhile = "") {
-    setTime(time);
-    value("fake.now = " + std::to_string(now));
-    value(meanwhile);
-    value("fake.started = []");
-    runLoop->advance(KVTimer::kTickInterval);
-    return show("fake.started.join()");
-  }
-  std::string at(const char* time) {
-    return std::to_string(localDate(std::string("2024-03-05 ") + time).unixSeconds() * 1000);
-  }
-
-  /// What the host script has told of itself.
-  std::string events() {
-    value("DDLog.flushLog()");
-    std::string text;
-    for (const auto& file : std::filesystem::directory_iterator(home / "Library/Logs/app_tests")) {
-      text += readFile(file.path());
-    }
-    return text;
-  }
-
-  ScopedEnvironment zone{"TZ", "UTC0"};
-  ScopedEnvironment logsHome{"HOME", home.path().c_str()};
-  double now = 0;
-};
 
 const std::string kStartA = "/p/kvbackup Qm3x7P A";
 const std::string kStartB = "/p/kvbackup Qm3x7P B";

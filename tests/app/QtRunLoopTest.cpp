@@ -9,24 +9,14 @@
 #include <QTimer>
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "tests/support/RunUntil.h"
+
 namespace kv::test {
 namespace {
-
-/// Runs the event loop until `done`; false when that takes half a minute.
-bool runUntil(const std::function<bool()>& done) {
-  QTimer limit;
-  limit.setSingleShot(true);
-  limit.start(30'000);
-  while (!done() && limit.isActive()) {
-    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-  }
-  return done();
-}
 
 TEST(QtRunLoop, KeepsItsGridAndMakesUpForNothing) {
   QtRunLoop loop;

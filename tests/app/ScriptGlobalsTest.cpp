@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/app/ScriptWorld.h"
+#include "tests/support/ScopedEnvironment.h"
 
 namespace kv::test {
 namespace {
@@ -84,6 +85,30 @@ TEST(KVTimer, GivesAScriptItsOwnRecordsBack) {
             "truenonenone");
   EXPECT_THAT(world.show("timer.sortArrayForNextBackup([{get a() { throw 'no' }}])"),
               HasSubstr("a member cannot be read"));
+}
+
+TEST(KVTimer, TellsWhenASetIsDueNext) {
+  ScriptWorld world;
+  const ScopedEnvironment zone("TZ", kBerlin);
+  world.clock->present = Date::fromUnixSeconds(1709631000.5);  // 2024-03-05 10:30 in Berlin
+  world.script(R"(
+      var timer = new KVTimer(), due = options => timer.nextDue({schopts: options});
+      var at = text => new Date(text), daily = {scheduleIt: 1, dayWeekOrHour: 0, dayOfMonth: 5,
+                                                datePick: at('2019-01-15T08:15:00Z')};
+      var often = {scheduleIt: 1, dayWeekOrHour: 3,
+                   minhourdate: at('2024-03-05T12:00:00.123Z')};)");
+  const std::pair<const char*, const char*> kCases[] = {
+      {"due(daily).toISOString()", "2024-03-06T08:15:00.000Z"},
+      {"due(often).toISOString()", "2024-03-05T12:00:00.123Z"},
+      {"often.minhourdate = at('2024-03-05'), +due(often) === 1709631000500", "true"},
+      {"due(Object.assign({runState: false}, daily))", "null"},
+      {"timer.isTakingPart({schopts: daily})", "true"},
+      {"timer.isTakingPart({schopts: {}})", "false"},
+      {"timer.nextDue() + ' ' + timer.nextDue('text') + timer.isTakingPart()", "null nullfalse"},
+  };
+  for (const auto& [expression, value] : kCases) {
+    EXPECT_EQ(world.show(expression), value) << expression;
+  }
 }
 
 TEST(KVTimer, RunsOnWhenTheScriptHasDroppedIt) {

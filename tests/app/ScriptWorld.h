@@ -12,6 +12,8 @@
 #include "platform/linux/PosixFiles.h"
 #include "scheduler/ScheduleDocuments.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/RecordingLauncher.h"
+#include "tests/support/RecordingNotifier.h"
 #include "tests/support/RecordingStatusBar.h"
 #include "tests/support/RecordingSystemLog.h"
 #include "tests/support/TemporaryFolder.h"
@@ -31,7 +33,15 @@ class ScriptWorld {
                              .locale = DateLocale::fromName("C"),
                              .homeFolder = home.path().string(),
                              .traceFile = home / "trace.txt"};
-    environment.system = {clock, runLoop, "/program", "/home/someone", "/state", "/state/history"};
+    environment.system = {.clock = clock,
+                          .runLoop = runLoop,
+                          .programFolder = "/program",
+                          .homeFolder = "/home/someone",
+                          .stateFolder = "/state",
+                          .historyFile = "/state/history",
+                          .settingsFolder = "/settings",
+                          .launcher = launcher,
+                          .notifier = notifier};
     environment.statusItem = {.statusBar = statusBar, .runLoop = runLoop};
     environment.systemLog = systemLog;
     application = std::make_unique<Application>(std::move(environment), Bundle{"/bundle", {}, {}});
@@ -67,6 +77,8 @@ class ScriptWorld {
   std::shared_ptr<FakeRunLoop> runLoop = std::make_shared<FakeRunLoop>();
   std::shared_ptr<RecordingSystemLog> systemLog = std::make_shared<RecordingSystemLog>();
   std::shared_ptr<RecordingStatusBar> statusBar = std::make_shared<RecordingStatusBar>();
+  std::shared_ptr<RecordingLauncher> launcher = std::make_shared<RecordingLauncher>();
+  std::shared_ptr<RecordingNotifier> notifier = std::make_shared<RecordingNotifier>();
   std::unique_ptr<Application> application;
 };
 

@@ -191,6 +191,28 @@ TEST(Program, RunsOneBackupAtATime) {
   EXPECT_EQ(machine.run({"hold", "Docs"}).status, 0) << "editing is not running";
 }
 
+TEST(Program, KeepsABoundedLogOfTheLastRun) {
+  Machine machine;
+  machine.add("Docs");
+  const std::string log = machine.state() + "/logs/Docs.log";
+  machine.fakeRsync("yes \"$(printf 'bad\\033 disk')\" | head -c 2000000 >&2; exit 23");
+  machine.run({"run", "Docs"});
+  const std::string failed = readFile(log);
+  EXPECT_THAT(failed.substr(16), testing::StartsWith(" Backing up Docs to "));
+  EXPECT_THAT(failed, AllOf(HasSubstr(" bad? disk\n"), HasSubstr(" and more, which is left out"),
+                            testing::EndsWith(" rsync ended with status 23: bad? disk\n")));
+  EXPECT_LT(failed.size(), 2u << 20);
+  EXPECT_EQ(fs::status(log).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  machine.fakeRsync("exit 0");
+  machine.run({"run", "Docs"});
+  EXPECT_THAT(readFile(log), AllOf(HasSubstr("Finished Docs"), testing::Not(HasSubstr("bad"))));
+  // What lies in its place is left alone, and the backup is made all the same.
+  fs::remove(log);
+  fs::create_symlink(machine.home / "docs/letter", log);
+  EXPECT_EQ(machine.run({"run", "Docs"}).status, 0);
+  EXPECT_EQ(readFile(machine.home / "docs/letter"), "Dear Ann");
+}
+
 TEST(Program, GivesRsyncNothingButItsStreams) {
   Machine machine;
   machine.add("Docs");

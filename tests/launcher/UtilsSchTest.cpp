@@ -4,8 +4,8 @@
 
 #include <mutex>
 
-#include "platform/PlatformError.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/RecordingLauncher.h"
 #include "tests/support/ScopedEnvironment.h"
 
 namespace kv::test {
@@ -22,21 +22,6 @@ struct RecordingLog final : SystemLog {
   }
   std::mutex mutex;
   std::vector<std::string> lines;
-};
-
-/// Notes what is started; refuses the path "/missing".
-struct RecordingLauncher final : ProcessLauncher {
-  void start(const std::string& executable,
-             const std::optional<std::vector<std::string>>& arguments) override {
-    if (executable == "/missing") throw PlatformError("no such program");
-    std::string line = executable;
-    if (!arguments) line += " (no arguments)";
-    for (const auto& argument : arguments.value_or(std::vector<std::string>{})) {
-      line += " [" + argument + "]";
-    }
-    started.push_back(line);
-  }
-  std::vector<std::string> started;
 };
 
 using Operation = std::string (*)(const UtilsSch::Environment&, ArgumentList);

@@ -46,16 +46,6 @@ void synchronise(const std::string& folder) {
   }
 }
 
-/// Lines for people appear at once, also where the output is a file or a pipe.
-void say(const std::string& line) {
-  fmt::print("{}\n", line);
-  std::fflush(stdout);
-}
-
-void complain(const std::string& line) {
-  fmt::print(stderr, "kvbackup: {}\n", shown(line));
-}
-
 }  // namespace
 
 BackupRunner::BackupRunner(Environment environment)
@@ -112,6 +102,7 @@ int BackupRunner::run(const std::string& name) {
 
 int BackupRunner::backUp(RunReport& report, RunSignals& signals) {
   BackupSet::checkName(report.set);
+  log_.emplace(environment_.stateFolder + "/logs", report.set, environment_.clock);
   const PropertyList found = environment_.store.find(report.set);
   const auto rsync = CopyJob::findRsync();
   if (!rsync) throw Refusal(ExitStatus::kNoRsync, "rsync is not installed (it is not in PATH)");
@@ -149,6 +140,7 @@ void BackupRunner::copyAll(const std::string& rsync, const CopyPlan& plan, RunRe
                  [&](const std::string& line) {
                    bar.clear();
                    fmt::print(stderr, "{}\n", shown(line));
+                   log_->detail(line);
                  }});
     bar.clear();
     report.bytes += outcome.bytes;
@@ -171,6 +163,18 @@ void BackupRunner::record(const RunReport& report) {
         ExitStatus::kCopyNotRecorded,
         fmt::format("the copy is complete, but the run could not be recorded: {}", refusal.what()));
   }
+}
+
+/// Lines for people appear at once, also where the output is a file or a pipe.
+void BackupRunner::say(const std::string& line) {
+  fmt::print("{}\n", line);
+  std::fflush(stdout);
+  if (log_) log_->line(line);
+}
+
+void BackupRunner::complain(const std::string& line) {
+  fmt::print(stderr, "kvbackup: {}\n", shown(line));
+  if (log_) log_->line(line);
 }
 
 }  // namespace kv

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/Clock.h"
@@ -9,6 +10,7 @@
 #include "tools/kvbackup/CopyPlan.h"
 #include "tools/kvbackup/DocumentStore.h"
 #include "tools/kvbackup/History.h"
+#include "tools/kvbackup/RunLog.h"
 #include "tools/kvbackup/RunSignals.h"
 
 namespace kv {
@@ -16,8 +18,8 @@ namespace kv {
 /// Runs one backup set: checks, copies, records the run in the documents and in the history.
 ///
 /// One backup runs at a time, under a lock in the state folder. A run leaves exactly one line in
-/// the history, whatever became of it; the documents learn only of those that succeeded. A signal
-/// that comes when all is copied is too late: what is on the disk is recorded.
+/// the history, whatever became of it, and a log of its own; the documents learn only of those that
+/// succeeded. A signal that comes when all is copied is too late: what is on the disk is recorded.
 ///
 /// Threads    main thread only; it takes the signals of the process while it runs.
 /// Errors     Refusal (kBusy, kNoStateFolder) when there was no run; all else is in the status.
@@ -44,9 +46,13 @@ class BackupRunner {
   void copyAll(const std::string& rsync, const CopyPlan& plan, RunReport& report,
                RunSignals& signals);
   void record(const RunReport& report);
+  /// Both go to the terminal and to the log of the run.
+  void say(const std::string& line);
+  void complain(const std::string& line);
 
   const Environment environment_;
   const History history_;
+  std::optional<RunLog> log_;
   int interruptedBy_ = 0;
 };
 

@@ -9,11 +9,11 @@
 
 #include "platform/PlatformError.h"
 #include "platform/PropertyListWriter.h"
+#include "platform/linux/DurableFile.h"
 #include "platform/linux/FileLock.h"
 #include "platform/linux/UserPaths.h"
 #include "scheduler/ScheduleDocuments.h"
 #include "tools/kvbackup/BackupSet.h"
-#include "tools/kvbackup/DurableFile.h"
 #include "tools/kvbackup/ExitStatus.h"
 #include "tools/kvbackup/Text.h"
 

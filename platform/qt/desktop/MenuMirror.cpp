@@ -24,9 +24,15 @@ QString MenuMirror::label(const std::string& text, ShownBy shownBy) {
   QString label = QString::fromStdString(text);
   if (shownBy == ShownBy::kQt) return label.replace('&', "&&");
   // On its way to the bus Qt makes a mark there, "_", of the first "&"; the others stay.
+  const qsizetype underscore = label.indexOf('_');
   label.replace('_', "__");
   const qsizetype first = label.indexOf('&');
-  if (first >= 0 && first + 1 < label.size()) label.insert(first, '&');
+  if (underscore >= 0 && underscore < first) {
+    // Beside a mark GTK's panels lose each "__", so that Qt makes the half of one instead.
+    label[underscore + 1] = '&';
+  } else if (first >= 0 && first + 1 < label.size()) {
+    label.insert(first, '&');
+  }
   return label;
 }
 

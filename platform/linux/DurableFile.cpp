@@ -1,4 +1,4 @@
-#include "tools/kvbackup/DurableFile.h"
+#include "platform/linux/DurableFile.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -51,6 +51,8 @@ class TemporaryFile {
       if (errno == ENOENT) return;
       refuse("look at", target_, errno);
     }
+    // A device would be gone for everybody.
+    if (!S_ISREG(old.st_mode)) refuse("replace", target_, S_ISDIR(old.st_mode) ? EISDIR : EINVAL);
     // Only the superuser may give files away; the content matters more. The permissions come
     // second, because a change of the owner clears some of them.
     const bool isGroupKept = ::fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) == 0;

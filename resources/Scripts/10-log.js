@@ -1,0 +1,40 @@
+// The default host: the agent's log.
+//
+// What the agent does goes to ~/Library/Logs/KVScheduler/KVScheduler.txt and, where there is one,
+// to the terminal. Faults of the scripts go to the system log.
+//
+// The parts are loaded in the order of their names. They share one object, in which each leaves
+// what the others may use; host.js, the last, is what the program calls.
+(function (host) {
+  "use strict";
+
+  let file = null;
+
+  host.log = {
+    open() {
+      file = new DDFileLogger();
+      file.setLogFormatter(new FormatterSch());
+      // The agent's file keeps its name: to roll it would be to close it and open it again.
+      file.setMaximumFileSize(0);
+      file.setRollingFrequency(0);
+      DDLog.addLogger(file);
+      if (system.isTerminal) {
+        const terminal = DDTTYLogger.sharedInstance();
+        terminal.setColorsEnabled(true);
+        DDLog.addLogger(terminal);
+      }
+    },
+
+    warnIfUnwritten() {
+      DDLog.flushLog();
+      if (file.lostLines() > 0) {
+        console.warn("no log can be written in " + file.logFileManager().logsDirectory());
+      }
+    },
+
+    // The file that is written now; undefined when there is none.
+    path() {
+      return file === null ? undefined : file.logFileManager().sortedLogFilePaths()[0];
+    },
+  };
+})((this.host = this.host || {}));
