@@ -46,6 +46,11 @@ class QuietLog final : public SystemLog {
   void write(std::string_view) override {}
 };
 
+class QuietNotifier final : public Notifier {
+ public:
+  void notify(const Notification&) override {}
+};
+
 /// A home with both documents, under the working folder so that it lies on a real disk.
 class BenchWorld {
  public:
@@ -125,7 +130,10 @@ class ScriptWorld {
                           .programFolder = KV_BENCH_PROGRAMS,
                           .homeFolder = environment.scheduler.homeFolder,
                           .stateFolder = world.path("state"),
-                          .historyFile = world.path("state/history.jsonl")};
+                          .historyFile = world.path("state/history.jsonl"),
+                          .settingsFolder = world.path("settings"),
+                          .launcher = nullptr,  // nobody opens a file
+                          .notifier = std::make_shared<QuietNotifier>()};
     environment.statusItem = {.statusBar = std::make_shared<HiddenStatusBar>(),
                               .runLoop = environment.scheduler.runLoop};
     environment.systemLog = std::make_shared<QuietLog>();
