@@ -20,19 +20,29 @@ bool isSameKind(const QAction& action, const MenuLine& line) {
 MenuMirror::MenuMirror(ShownBy shownBy, std::function<void(std::int64_t)> pick)
     : shownBy_(shownBy), pick_(std::move(pick)) {}
 
+MenuMirror::~MenuMirror() {
+  update(menu_, {});
+}
+
 QString MenuMirror::label(const std::string& text, ShownBy shownBy) {
   QString label = QString::fromStdString(text);
   if (shownBy == ShownBy::kQt) return label.replace('&', "&&");
-  // On its way to the bus Qt makes a mark there, "_", of the first "&"; the others stay.
+  // On its way to the bus Qt makes a mark there, "_", of the first "&"; the others stay. Beside a
+  // mark GTK's panels lose each "__", which stands for "_".
   const qsizetype underscore = label.indexOf('_');
   label.replace('_', "__");
-  const qsizetype first = label.indexOf('&');
-  if (underscore >= 0 && underscore < first) {
-    // Beside a mark GTK's panels lose each "__", so that Qt makes the half of one instead.
-    label[underscore + 1] = '&';
-  } else if (first >= 0 && first + 1 < label.size()) {
-    label.insert(first, '&');
+  if (underscore < 0) {
+    const qsizetype first = label.indexOf('&');
+    if (first >= 0 && first + 1 < label.size()) label.insert(first, '&');
+    return label;
   }
+  // So there is to be no mark: Qt makes half of the first "__" instead, and what "&" stand before
+  // it are shown by the wide sign.
+  constexpr char16_t kWideAmpersand = 0xff06;
+  for (qsizetype index = 0; index < underscore; ++index) {
+    if (label[index] == '&') label[index] = QChar(kWideAmpersand);
+  }
+  if (label.contains('&')) label[underscore + 1] = '&';
   return label;
 }
 
@@ -92,7 +102,10 @@ void MenuMirror::remove(QMenu& menu, QAction* action) {
   menu.removeAction(action);
   QMenu* const submenu = action->menu();
   action->deleteLater();  // it may be the one whose picking changes the menu
-  if (submenu != nullptr) submenu->deleteLater();
+  if (submenu == nullptr) return;
+  // The tray's side of a line is freed when the line is removed, not when its menu ends.
+  update(*submenu, {});
+  submenu->deleteLater();
 }
 
 }  // namespace kv

@@ -23,6 +23,9 @@ class MenuMirror {
   enum class ShownBy { kQt, kBus };
 
   MenuMirror(ShownBy shownBy, std::function<void(std::int64_t)> pick);
+  MenuMirror(const MenuMirror&) = delete;
+  MenuMirror& operator=(const MenuMirror&) = delete;
+  ~MenuMirror();
 
   QMenu& menu() { return menu_; }
   void show(const std::vector<MenuLine>& lines) { update(menu_, lines); }
@@ -34,7 +37,7 @@ class MenuMirror {
   void update(QMenu& menu, const std::vector<MenuLine>& lines);
   QAction* insert(QMenu& menu, QAction* before, const MenuLine& line);
   void update(QAction& action, const MenuLine& line);
-  static void remove(QMenu& menu, QAction* action);
+  void remove(QMenu& menu, QAction* action);
 
   const ShownBy shownBy_;
   const std::function<void(std::int64_t)> pick_;
