@@ -96,6 +96,7 @@ Application::Environment Agent::environment(std::shared_ptr<StatusBar> statusBar
   const std::shared_ptr<RunLoop> runLoop(std::shared_ptr<void>(), &runLoop_);
   Application::Environment environment;
   environment.systemLog = systemLog_;
+  environment.releaseMemory = releaseFreeMemory;
   environment.quit = [] { QCoreApplication::exit(); };
   environment.scheduler.clock = clock;
   environment.scheduler.runLoop = runLoop;

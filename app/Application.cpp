@@ -6,6 +6,7 @@
 #include "app/LauncherObject.h"
 #include "app/LoggingObject.h"
 #include "app/ScriptFile.h"
+#include "app/TidyRunLoop.h"
 
 namespace kv {
 
@@ -15,6 +16,11 @@ Application::Application(Environment environment, Bundle bundle)
       engine_(environment_.systemLog),
       menus_(engine_) {
   environment_.scheduler.host = [this] { return delegate(); };
+  environment_.scheduler.runLoop =
+      std::make_shared<TidyRunLoop>(std::move(environment_.scheduler.runLoop), [this] {
+        engine_.engine().collectGarbage();
+        environment_.releaseMemory();
+      });
   engine_.setAfterCalls([this] {
     if (menus_.takeChanged()) environment_.statusItem.statusBar->refreshMenus();
   });

@@ -38,6 +38,9 @@ class Application {
     TAV_StatusItemController::Environment statusItem;
     SystemKit::Environment system;
     std::shared_ptr<SystemLog> systemLog;
+    /// Gives back what memory is free inside of the process. After each tick: nearly a minute of
+    /// idling follows.
+    std::function<void()> releaseMemory = [] {};
     /// Makes the event loop return; without effect before it runs.
     std::function<void()> quit;
   };

@@ -13,6 +13,7 @@
 #include "bench/Documents.h"
 #include "platform/HiddenStatusBar.h"
 #include "platform/linux/PosixFiles.h"
+#include "platform/linux/ResidentPages.h"
 #include "platform/linux/SystemClock.h"
 #include "scheduler/KVTimer.h"
 #include "scheduler/ScheduleDocuments.h"
@@ -138,6 +139,7 @@ class ScriptWorld {
                               .runLoop = environment.scheduler.runLoop};
     environment.systemLog = std::make_shared<QuietLog>();
     environment.launcher.systemLog = environment.systemLog;
+    environment.releaseMemory = releaseFreeMemory;
     environment.quit = [] {};
     return environment;
   }

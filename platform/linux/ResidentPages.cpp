@@ -1,5 +1,6 @@
 #include "platform/linux/ResidentPages.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <cstdint>
@@ -46,6 +47,10 @@ void releaseStartupPages() {
     if (!mapping.isReadOnlyFile || changedKilobytes != 0) continue;
     madvise(reinterpret_cast<void*>(mapping.begin), mapping.end - mapping.begin, MADV_DONTNEED);
   }
+}
+
+void releaseFreeMemory() {
+  ::malloc_trim(0);
 }
 
 }  // namespace kv

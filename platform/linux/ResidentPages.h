@@ -11,4 +11,9 @@ namespace kv {
 ///            differs from its file.
 void releaseStartupPages();
 
+/// Gives back what memory was allocated and is free again.
+///
+/// Threads    any; others may go on running.
+void releaseFreeMemory();
+
 }  // namespace kv
