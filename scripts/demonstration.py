@@ -131,6 +131,20 @@ def follow(agent, home, document, first_set, until_backup):
     return agent.returncode or 1
 
 
+def desktop():
+    """What leads to the user's display and bus from another home and runtime folder."""
+    found = {}
+    runtime = pathlib.Path(os.environ.get("XDG_RUNTIME_DIR", "/nowhere"))
+    if (runtime / "bus").exists():
+        found["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={runtime}/bus"
+    if os.environ.get("WAYLAND_DISPLAY"):
+        found["WAYLAND_DISPLAY"] = str(runtime / os.environ["WAYLAND_DISPLAY"])
+    if os.environ.get("DISPLAY"):
+        found["XAUTHORITY"] = str(pathlib.Path.home() / ".Xauthority")
+    return {**found, **{key: os.environ[key] for key in found.keys() & os.environ.keys()
+                        if key != "WAYLAND_DISPLAY"}}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--until-backup", action="store_true",
@@ -143,6 +157,7 @@ def main():
     runtime = home / ".runtime"
     runtime.mkdir(mode=0o700)
     environment = {key: value for key, value in os.environ.items() if not key.startswith("XDG_")}
+    environment.update(desktop())
     environment.update(HOME=str(home), XDG_RUNTIME_DIR=str(runtime), KVSCHEDULER_DEBUG="1")
 
     print(f"Home of the demonstration: {home.relative_to(PROJECT)}")
