@@ -54,6 +54,6 @@ int main(int argc, char** argv) {
   highestOf(kWarmUp);
   const auto first = highestOf(kMany - kWarmUp);
   const auto second = highestOf(kMany);
-  fmt::print("{} {} {} {}\n", first.residentKilobytes, first.descriptors,
-             second.residentKilobytes, second.descriptors);
+  fmt::print("{} {} {} {}\n", first.residentKilobytes, first.descriptors, second.residentKilobytes,
+             second.descriptors);
 }
