@@ -90,10 +90,11 @@ std::optional<RunningProcess> processMatching(int pid, const Wanted& wanted) {
   if (::stat(folder.c_str(), &status) != 0 || status.st_uid != ::geteuid()) return std::nullopt;
   const std::string image = linkTarget(folder + "/exe");
   if (image.empty()) return std::nullopt;  // ended, or a zombie
+  const bool isItself = runsExecutable(image, wanted);
+  // To read a command line may mean to wait for the process, so it is done only where it matters.
+  if (!isItself && wanted.interpreter.empty()) return std::nullopt;
   RunningProcess process{pid, commandLine(folder)};
-  if (!runsExecutable(image, wanted) && !runsScript(folder, image, process.arguments, wanted)) {
-    return std::nullopt;
-  }
+  if (!isItself && !runsScript(folder, image, process.arguments, wanted)) return std::nullopt;
   return process;
 }
 

@@ -32,9 +32,11 @@
       }
     },
 
-    // The file that is written now; undefined when there is none.
+    // The file that is written now. The agent's own bears a name that is not listed.
     path() {
-      return file === null ? undefined : file.logFileManager().sortedLogFilePaths()[0];
+      const manager = file.logFileManager();
+      return manager.sortedLogFilePaths()[0] ||
+        manager.logsDirectory() + "/" + manager.newLogFileName();
     },
   };
 })((this.host = this.host || {}));

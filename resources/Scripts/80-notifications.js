@@ -77,6 +77,13 @@
 
   // ---- What is told --------------------------------------------------------------------------
 
+  // What a program said, as a sentence beside others.
+  function sentence(text) {
+    const harmless = host.texts.harmless(text);
+    if (harmless === "") return "";
+    return harmless[0].toUpperCase() + harmless.slice(1) + (/[.!?…]$/.test(harmless) ? "" : ".");
+  }
+
   function failed(state, now) {
     if (state.failedAt === null) return null;
     const failure = host.history.failure(state.set);
@@ -85,7 +92,7 @@
     const next = state.restEnd === null ? "" :
       " It is tried again at " + host.texts.shortMoment(state.restEnd, now) + ".";
     return { day: host.records.dayNumber(state.failedAt),
-             body: (host.texts.harmless(failure.message) + next).trim() };
+             body: (sentence(failure.message) + next).trim() };
   }
 
   function lateness(state, now) {

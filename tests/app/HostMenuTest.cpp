@@ -321,7 +321,7 @@ TEST(HostMenu, TellsOfFailuresOnceADayEvenAfterARestart) {
     world.tickAt("2024-03-05 09:01:00");
     world.tickAt("2024-03-05 09:02:00", "ran('Docs', 'failed', fake.now)");
     EXPECT_EQ(world.notices(),
-              "The backup of Docs failed | rsync is gone It is tried again at 09:05.");
+              "The backup of Docs failed | Rsync is gone. It is tried again at 09:05.");
     kept = world.show("JSON.stringify(fake.files['/s/notified.json'])");
   }
   MenuWorld world({docs()}, failed + "; fake.files['/s/notified.json'] = " + kept);

@@ -53,6 +53,10 @@ class RoadTest(SessionTest):
         one, = plistlib.loads((documents / "kvsets.plist").read_bytes())
         self.assertIn(int(one["schopts"]["dayOfMonth"]), [began.day, ended.day])
 
+        log = session.root / "home/Library/Logs/KVScheduler/KVScheduler.txt"
+        item.pick("About KVScheduler")
+        wait_for("where the log is", lambda: f"Log: {log};" in log.read_text())
+
         screen.click(3)
         screen.wait_for_menu(True)
         screen.keep("road-menu")
