@@ -49,6 +49,22 @@ void traceRunState(const TaskRecord& record, Trace& trace) {
   if (runState == nullptr) trace.logString_varstr("runState = nil : ", record.shownSet());
 }
 
+Outcome outcomeOf(LaunchVerdict verdict) {
+  switch (verdict) {
+    case LaunchVerdict::kNoVolume:
+      return Outcome::kNoVolume;
+    case LaunchVerdict::kBackupRunning:
+      return Outcome::kBackupRunning;
+    case LaunchVerdict::kAlreadyLaunched:
+      return Outcome::kAnotherFirst;
+    case LaunchVerdict::kLaunchApplication:
+      return Outcome::kLaunched;
+    case LaunchVerdict::kAskOpenApplication:
+      return Outcome::kAsked;
+  }
+  return Outcome::kNotDue;
+}
+
 /// Gives a variable a value for as long as the object lives.
 template <class T>
 class Temporarily {
@@ -68,7 +84,7 @@ class Temporarily {
 /// What one tick works on; nothing of it is kept.
 struct KVTimer::Tick {
   std::shared_ptr<Host> host;
-  TaskList list;
+  std::shared_ptr<const TaskList> list;
   LocalMoment moment;
   bool launched = false;
 };
@@ -88,9 +104,9 @@ std::shared_ptr<KVTimer> KVTimer::create(Environment environment) {
 void KVTimer::runTimer() {
   const auto host = environment_.host();
   logString("Run Timer now pre");
-  TaskList list = ScheduleDocuments::load(*environment_.files, environment_.homeFolder);
+  const auto list = readList();
   logString("Run Timer now arrays done pre");
-  if (host) host->reloadMenuNow(list);
+  if (host) host->reloadMenuNow(*list);
   logString("Run Timer now final");
   timer_ = environment_.runLoop->scheduleRepeatingTimer(
       kTickInterval, [self = shared_from_this()] { self->ScheduleTimer(); });
@@ -109,12 +125,20 @@ void KVTimer::ScheduleTimer() {
   const auto host = environment_.host();
   beginTick();
   switchTracing();
-  TaskList list = ScheduleDocuments::load(*environment_.files, environment_.homeFolder);
-  if (host) host->reloadMenuNow(list);
-  Tick tick{host, std::move(list), LocalMoment(environment_.clock->now(), patterns_)};
-  writeSummary(tick.list);
-  if (runMainPass(tick)) return;
-  runIntervalPass(tick);
+  const auto list = readList();
+  if (host) host->reloadMenuNow(*list);
+  Tick tick{host, list, LocalMoment(environment_.clock->now(), patterns_)};
+  writeSummary(*list);
+  const auto& observer = environment_.observer;
+  if (observer) observer->tickBegan(tick.moment.now(), *list);
+  if (!runMainPass(tick)) runIntervalPass(tick);
+  if (observer) observer->tickEnded();
+}
+
+std::shared_ptr<const TaskList> KVTimer::readList() const {
+  if (environment_.readList) return environment_.readList();
+  return std::make_shared<TaskList>(
+      ScheduleDocuments::load(*environment_.files, environment_.homeFolder));
 }
 
 void KVTimer::beginTick() {
@@ -160,7 +184,7 @@ void KVTimer::writeSummary(const TaskList& list) {
 }
 
 bool KVTimer::runMainPass(Tick& tick) {
-  for (std::size_t index = 0; index < tick.list.size(); ++index) {
+  for (std::size_t index = 0; index < tick.list->size(); ++index) {
     if (judgeTask(tick, index)) return true;
   }
   return tick.launched;
@@ -168,7 +192,8 @@ bool KVTimer::runMainPass(Tick& tick) {
 
 bool KVTimer::judgeTask(Tick& tick, std::size_t index) {
   indexNum_ = fmt::format("{}", index);
-  const TaskRecord record(tick.list[index]);
+  const PropertyList& entry = (*tick.list)[index];
+  const TaskRecord record(entry);
   const Temporarily judged(judgedSet_, record.set());
   // The host learns of every task in this way; its answer plays no part here.
   if (tick.host) tick.host->checkIfDiskExists_fromSchedule(record.destinationPath(), 1);
@@ -177,6 +202,9 @@ bool KVTimer::judgeTask(Tick& tick, std::size_t index) {
   if (isTracing()) traceRunState(record, *this);
   if (!passesMainGate(record)) {
     logString_varstr("NO go: ", set);
+    if (!record.isInterval()) {
+      tell(entry, record.isScheduled() ? Outcome::kHeld : Outcome::kSwitchedOff);
+    }
     return false;
   }
   logString_varstr("YES it's a GO >> ", set);
@@ -185,7 +213,13 @@ bool KVTimer::judgeTask(Tick& tick, std::size_t index) {
     logString_varstr("Processing ", fmt::format("{} task:{}", index, shownTask(record)));
   }
   const auto site = judgeByType(record, tick.moment, *this);
-  return site && launch(tick, *site, record);
+  if (site) return launch(tick, *site, entry);
+  if (!record.isInterval()) tell(entry, hasRule(record) ? Outcome::kNotDue : Outcome::kNoRule);
+  return false;
+}
+
+void KVTimer::tell(const PropertyList& entry, Outcome outcome) {
+  if (environment_.observer) environment_.observer->judged(entry, outcome);
 }
 
 void KVTimer::traceIntervalTask(const std::optional<Date>& due, Date now) {
@@ -197,35 +231,32 @@ void KVTimer::traceIntervalTask(const std::optional<Date>& due, Date now) {
 }
 
 bool KVTimer::runIntervalPass(Tick& tick) {
-  const auto entries = sortArrayForNextBackup(tick.list);
+  const auto entries = sortArrayForNextBackup(*tick.list);
   logString_varstr("sorted array count: ", fmt::format("{}", entries.size()));
   for (const PropertyList* entry : entries) {
     logString("Sorted minutes or hours post loop");
     const TaskRecord record(*entry);
     const Temporarily judged(judgedSet_, record.set());
     if (!record.isInterval()) continue;
-    if (!passesIntervalGate(record)) continue;
+    if (!passesIntervalGate(record)) {
+      tell(*entry, Outcome::kSwitchedOff);
+      continue;
+    }
     const auto due = record.nextDue();
     traceIntervalTask(due, tick.moment.now());
     if (!due || *due > tick.moment.now()) continue;
-    if (launch(tick, CallSite::kInterval, record)) return true;
+    if (launch(tick, CallSite::kInterval, *entry)) return true;
   }
   return false;
 }
 
-bool KVTimer::launch(Tick& tick, CallSite site, const TaskRecord& record) {
-  switch (decideLaunch(site, record, tick.launched, tick.host.get(), *this)) {
-    case LaunchVerdict::kLaunchApplication:
-      launchKelvaraWithSet(record.set());
-      break;
-    case LaunchVerdict::kAskOpenApplication:
-      launchKelvaraScriptWithSet(record.set());
-      break;
-    case LaunchVerdict::kNoVolume:
-    case LaunchVerdict::kBackupRunning:
-    case LaunchVerdict::kAlreadyLaunched:
-      return false;
-  }
+bool KVTimer::launch(Tick& tick, CallSite site, const PropertyList& entry) {
+  const TaskRecord record(entry);
+  const auto outcome = outcomeOf(decideLaunch(site, record, tick.launched, tick.host.get(), *this));
+  tell(entry, outcome);
+  if (!isLaunch(outcome)) return false;
+  if (outcome == Outcome::kLaunched) launchKelvaraWithSet(record.set());
+  if (outcome == Outcome::kAsked) launchKelvaraScriptWithSet(record.set());
   tick.launched = true;
   return true;
 }

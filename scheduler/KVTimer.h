@@ -18,6 +18,7 @@
 #include "scheduler/LaunchSequence.h"
 #include "scheduler/LocalMoment.h"
 #include "scheduler/TaskRecord.h"
+#include "scheduler/TickObserver.h"
 #include "scheduler/Trace.h"
 #include "scheduler/TraceFile.h"
 
@@ -37,7 +38,7 @@ namespace kv {
 /// On   every line of the tick reaches the file. It changes no decision.
 class KVTimer final : public std::enable_shared_from_this<KVTimer>, public Trace {
  public:
-  /// What the scheduler uses of the world. All members but the fixed paths must be set.
+  /// What the scheduler uses of the world. Members without a default must be set.
   struct Environment {
     /// The application's delegate at this moment; null when there is none.
     std::function<std::shared_ptr<Host>()> host;
@@ -47,6 +48,10 @@ class KVTimer final : public std::enable_shared_from_this<KVTimer>, public Trace
     DateLocale locale;
     std::string homeFolder;
     std::string traceFile = "/tmp/KVScheduler.txt";
+    /// Reads the joined task list; without one both documents of the home are read.
+    std::function<std::shared_ptr<const TaskList>()> readList = nullptr;
+    /// Null when nobody wants to know.
+    std::shared_ptr<TickObserver> observer = nullptr;
   };
 
   /// The time between two ticks.
@@ -115,6 +120,7 @@ class KVTimer final : public std::enable_shared_from_this<KVTimer>, public Trace
   explicit KVTimer(Environment environment);
   struct Tick;
 
+  std::shared_ptr<const TaskList> readList() const;
   void beginTick();
   void switchTracing();
   void writeSummary(const TaskList& list);
@@ -123,7 +129,8 @@ class KVTimer final : public std::enable_shared_from_this<KVTimer>, public Trace
   bool judgeTask(Tick& tick, std::size_t index);
   bool runIntervalPass(Tick& tick);
   void traceIntervalTask(const std::optional<Date>& due, Date now);
-  bool launch(Tick& tick, CallSite site, const TaskRecord& record);
+  bool launch(Tick& tick, CallSite site, const PropertyList& entry);
+  void tell(const PropertyList& entry, Outcome outcome);
 
   void writeLine(std::string_view separator, std::string_view text, std::string_view value);
 

@@ -98,7 +98,7 @@ std::optional<Date> nextDueByDays(const TaskRecord& record, Date now,
 bool isTakingPart(const PropertyList& entry) {
   const TaskRecord record(entry);
   if (record.isInterval()) return passesIntervalGate(record);
-  return passesMainGate(record) && (record.type() == kDaily || record.type() == kWeekly);
+  return passesMainGate(record) && hasRule(record);
 }
 
 std::optional<Date> nextDue(const PropertyList& entry, Date now, const DatePatterns& patterns) {

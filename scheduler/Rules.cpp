@@ -107,6 +107,10 @@ std::optional<CallSite> judgeWeekly(const TaskRecord& record, LocalMoment& momen
   return CallSite::kWeeklyNormal;
 }
 
+bool hasRule(const TaskRecord& record) {
+  return record.type() == kDaily || record.type() == kWeekly;
+}
+
 std::optional<CallSite> judgeByType(const TaskRecord& record, LocalMoment& moment, Trace& trace) {
   switch (record.type()) {
     case kDaily:

@@ -31,6 +31,9 @@ std::optional<CallSite> judgeDaily(const TaskRecord& record, LocalMoment& moment
 /// As the daily rule, on the selected weekdays only.
 std::optional<CallSite> judgeWeekly(const TaskRecord& record, LocalMoment& moment, Trace& trace);
 
+/// Whether the main pass has a rule for the task's type.
+bool hasRule(const TaskRecord& record);
+
 /// By the rule for the task's type; nothing for a type that the main pass has no rule for.
 std::optional<CallSite> judgeByType(const TaskRecord& record, LocalMoment& moment, Trace& trace);
 

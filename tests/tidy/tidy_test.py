@@ -17,16 +17,20 @@ MAY_INCLUDE = {
     "platform": set(),
     "platform/linux": {"platform"},
     "platform/qt": {"platform"},
+    "platform/sdbus": {"platform"},
     "platform/qt/desktop": {"platform", "platform/qt"},
     "scheduler": {"platform", "app/Host.h"},
     "launcher": {"platform"},
     "statusitem": {"platform"},
     "logging": {"platform"},
-    "app": {"platform", "platform/linux", "platform/qt", "scheduler", "launcher", "logging",
-            "statusitem"},
+    "app": {"platform", "platform/linux", "platform/qt", "platform/sdbus", "scheduler", "launcher",
+            "logging", "statusitem"},
     "tools/kvbackup": {"platform", "platform/linux", "scheduler", "app/Host.h"},
+    "tools/simulation": {"platform", "scheduler", "app/Host.h", "tools/kvbackup"},
+    "tools/kvctl": {"platform", "platform/linux", "platform/sdbus", "scheduler", "app", "logging",
+                    "launcher", "statusitem", "tools/kvbackup", "tools/simulation"},
 }
-QT_FOLDERS = {"app", "platform/qt", "platform/qt/desktop"}
+QT_FOLDERS = {"app", "platform/qt", "platform/qt/desktop", "tools/kvctl"}
 CLOCK_CALL = re.compile(
     r"\b(clock_gettime|gettimeofday|system_clock::now|steady_clock::now|currentDateTime\w*|"
     r"(?<![\w.>:])time)\s*\(")
