@@ -49,7 +49,13 @@ DateLocale DateLocale::fromName(std::string_view posixName) {
   if (name == "C" || name == "POSIX") name = kAmericanEnglish;
   // Decisions compare rendered numbers, so these must be Gregorian and ASCII everywhere; what
   // stays the locale's own is the day on which its week starts.
-  return {std::string(name) + "@calendar=gregorian;numbers=latn"};
+  constexpr std::string_view kKeywords = "@calendar=gregorian;numbers=latn";
+  auto identifier = std::string(name).append(kKeywords);
+  // A name that looks like one but cannot be any, of too long a language for one, crashes ICU.
+  if (icu::Locale(identifier.c_str()).isBogus()) {
+    identifier = std::string(kAmericanEnglish).append(kKeywords);
+  }
+  return {identifier};
 }
 
 DateLocale DateLocale::fromEnvironment() {

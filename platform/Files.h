@@ -74,7 +74,8 @@ class Files {
 
   /// Opens an existing file for writing, without truncating it, when it is safe to write to in a
   /// folder that others can write to: a regular file of this user with one name, not reached
-  /// through a symbolic link at its end. Null otherwise.
+  /// through a symbolic link at its end, and still there. Null otherwise; then an empty file may
+  /// stand where one was taken away meanwhile.
   virtual std::unique_ptr<FileHandle> openOwnForWriting(const std::string& path) = 0;
 
   /// Opens an existing file for writing at its end, wherever that is at the moment of each write,

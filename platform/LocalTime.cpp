@@ -30,6 +30,16 @@ std::optional<Seconds> localOffsetFromUtc(Date date) {
   return Seconds(static_cast<double>(parts->tm_gmtoff));
 }
 
+std::optional<std::int64_t> localTimeNumber(Date date) {
+  constexpr std::int64_t kMinutesPerDay = 24 * 60;
+  const auto offset = localOffsetFromUtc(date);
+  if (!offset) return std::nullopt;
+  const double seconds = std::floor(date.unixSeconds()) + offset->count();
+  const auto minute = static_cast<std::int64_t>(std::floor(seconds / 60)) % kMinutesPerDay;
+  const std::int64_t minuteOfDay = minute < 0 ? minute + kMinutesPerDay : minute;
+  return minuteOfDay / 60 * 100 + minuteOfDay % 60;
+}
+
 std::string localTimeOfDay(Date date) {
   const tm parts = localTime(date).value_or(tm{});
   return fmt::format("{:02}:{:02}:{:02}", parts.tm_hour, parts.tm_min, parts.tm_sec);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -14,6 +15,9 @@ namespace kv {
 
 /// How far local time is ahead of UTC at `date`; nothing for an instant that no calendar can hold.
 std::optional<Seconds> localOffsetFromUtc(Date date);
+
+/// The local time of day of `date` as the number that hour and minute form: 905 is 09:05.
+std::optional<std::int64_t> localTimeNumber(Date date);
 
 /// The local time of day of `date` as "09:05:07"; digits are ASCII in every locale.
 std::string localTimeOfDay(Date date);

@@ -37,10 +37,7 @@ NumericDateFormat::NumericDateFormat(std::string_view pattern, DateZone zone) : 
   while (!pattern.empty()) {
     std::size_t length = 1;
     if (pattern.front() == '\'') {
-      // A quote that is not closed reaches to the end.
-      const auto end = std::min(pattern.find('\'', 1), pattern.size());
-      addText(end == 1 && pattern.size() > 1 ? "'" : pattern.substr(1, end - 1));
-      length = std::min(end + 1, pattern.size());
+      length = addQuoted(pattern);
     } else if (isLetter(pattern.front())) {
       length = std::min(pattern.find_first_not_of(pattern.front()), pattern.size());
       const auto letters = pattern.substr(0, length);
@@ -50,6 +47,22 @@ NumericDateFormat::NumericDateFormat(std::string_view pattern, DateZone zone) : 
     }
     pattern.remove_prefix(length);
   }
+}
+
+/// Adds the quoted text at the start of `pattern` and yields its length. A doubled quote is one of
+/// the text, between quotes too; a quote that is not closed reaches to the end.
+std::size_t NumericDateFormat::addQuoted(std::string_view pattern) {
+  const auto isDoubled = [&](std::size_t at) { return pattern.substr(at, 2) == "''"; };
+  if (isDoubled(0)) {
+    addText("'");
+    return 2;
+  }
+  std::size_t at = 1;
+  while (at < pattern.size() && (pattern[at] != '\'' || isDoubled(at))) {
+    addText(pattern.substr(at, 1));
+    at += isDoubled(at) ? 2 : 1;
+  }
+  return std::min(at + 1, pattern.size());
 }
 
 NumericDateFormat::Field NumericDateFormat::fieldOf(std::string_view letters) {

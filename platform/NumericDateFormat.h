@@ -11,7 +11,8 @@ namespace kv {
 /// other text between them ("yyyy/MM/dd HH:mm:ss:SSS", "HH'h'mm").
 ///
 /// It renders what a DateFormatter does and needs no library of locales, which takes megabytes: a
-/// program that only logs does without. Digits are ASCII, the calendar is Gregorian.
+/// program that only logs does without. Digits are ASCII, the calendar is Gregorian (for a
+/// DateFormatter it is Julian before 1582-10-15).
 ///
 /// Threads    any: nothing changes after construction.
 /// Units      thousandths of a second are cut off, not rounded. Years 1 to 9999.
@@ -31,6 +32,7 @@ class NumericDateFormat final : public DateFormat {
   };
   static Field fieldOf(std::string_view letters);
   void addText(std::string_view text);
+  std::size_t addQuoted(std::string_view pattern);
 
   std::vector<Piece> pieces_;
   DateZone zone_;

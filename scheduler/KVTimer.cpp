@@ -191,7 +191,7 @@ bool KVTimer::runMainPass(Tick& tick) {
 }
 
 bool KVTimer::judgeTask(Tick& tick, std::size_t index) {
-  indexNum_ = fmt::format("{}", index);
+  indexNum_ = std::to_string(index);
   const PropertyList& entry = (*tick.list)[index];
   const TaskRecord record(entry);
   const Temporarily judged(judgedSet_, record.set());

@@ -1,6 +1,19 @@
 #include "scheduler/LocalMoment.h"
 
+#include "platform/LocalTime.h"
+
 namespace kv {
+
+namespace {
+
+/// The number of Sunday 2011-01-02. It is the same in every zone.
+std::optional<std::string> numberOfSunday(const DateLocale& locale) {
+  const DateFormatter reference("MM/dd/yyyy HH:mm:ss", locale, DateZone::kUtc);
+  const auto known = reference.date("01/02/2011 06:37:35");
+  return known ? DateFormatter("e", locale, DateZone::kUtc).string(*known) : std::nullopt;
+}
+
+}  // namespace
 
 DatePatterns::DatePatterns(const DateLocale& locale)
     : banner("YYYY/MM/dd HH:mm:ss", locale),
@@ -8,14 +21,7 @@ DatePatterns::DatePatterns(const DateLocale& locale)
       dayOfMonth("d", locale),
       timeOfDay("HHmm", locale),
       weekday("e", locale),
-      reference("MM/dd/yyyy HH:mm:ss", locale) {}
-
-LocalMoment LocalMoment::at(Date date) const {
-  LocalMoment other(date, patterns_);
-  other.sunday_ = sunday_;
-  other.sundayKnown_ = sundayKnown_;
-  return other;
-}
+      sunday(numberOfSunday(locale)) {}
 
 const std::string& LocalMoment::rendered(std::optional<std::string>& kept,
                                          const DateFormatter& format, Date date) {
@@ -31,18 +37,13 @@ const std::string& LocalMoment::timeOfDay() {
   return rendered(timeOfDay_, patterns_.timeOfDay, now_);
 }
 
-const std::string& LocalMoment::weekday() {
-  return rendered(weekday_, patterns_.weekday, now_);
+std::int64_t LocalMoment::timeNumber() {
+  if (!timeNumber_) timeNumber_ = localTimeNumber(now_).value_or(0);
+  return *timeNumber_;
 }
 
-const std::optional<std::string>& LocalMoment::sunday() {
-  if (!sundayKnown_) {
-    sundayKnown_ = true;
-    if (const auto known = patterns_.reference.date("01/02/2011 06:37:35")) {
-      sunday_ = patterns_.weekday.string(*known);
-    }
-  }
-  return sunday_;
+const std::string& LocalMoment::weekday() {
+  return rendered(weekday_, patterns_.weekday, now_);
 }
 
 }  // namespace kv

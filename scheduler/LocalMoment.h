@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -19,7 +20,9 @@ struct DatePatterns {
   DateFormatter dayOfMonth;     ///< "d"
   DateFormatter timeOfDay;      ///< "HHmm"
   DateFormatter weekday;        ///< "e": 1 on the first day of the locale's week
-  DateFormatter reference;      ///< "MM/dd/yyyy HH:mm:ss"
+  /// The number of a Sunday in the locale's week: "1" where weeks start on Sunday, "7" where they
+  /// start on Monday.
+  std::optional<std::string> sunday;
 };
 
 /// One instant as the rules see it: the parts of its local date, each rendered at most once.
@@ -30,8 +33,8 @@ class LocalMoment {
  public:
   LocalMoment(Date now, const DatePatterns& patterns) : now_(now), patterns_(patterns) {}
 
-  /// Another instant, which takes over what is the same at all of them.
-  LocalMoment at(Date date) const;
+  /// Another instant.
+  LocalMoment at(Date date) const { return {date, patterns_}; }
 
   Date now() const { return now_; }
   const DatePatterns& patterns() const { return patterns_; }
@@ -40,11 +43,12 @@ class LocalMoment {
   const std::string& day();
   /// Hour and minute: "0905".
   const std::string& timeOfDay();
+  /// The same as a number: 905.
+  std::int64_t timeNumber();
   /// The number of the weekday in the locale's week: "1" to "7".
   const std::string& weekday();
-  /// The number of a Sunday in the locale's week: "1" where weeks start on Sunday, "7" where they
-  /// start on Monday.
-  const std::optional<std::string>& sunday();
+  /// The number of a Sunday in the locale's week.
+  const std::optional<std::string>& sunday() const { return patterns_.sunday; }
 
  private:
   static const std::string& rendered(std::optional<std::string>& kept, const DateFormatter& format,
@@ -55,8 +59,7 @@ class LocalMoment {
   std::optional<std::string> day_;
   std::optional<std::string> timeOfDay_;
   std::optional<std::string> weekday_;
-  std::optional<std::string> sunday_;
-  bool sundayKnown_ = false;
+  std::optional<std::int64_t> timeNumber_;
 };
 
 }  // namespace kv

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/LocalTime.h"
+#include "scheduler/NoTrace.h"
 #include "scheduler/Rules.h"
 
 namespace kv {
@@ -15,13 +16,6 @@ namespace {
 /// the stored day; a third week is for the zones that have skipped a day.
 constexpr int kDaysAhead = 22;
 constexpr std::int64_t kSecondsPerDay = 86400;
-
-class NoTrace final : public Trace {
- public:
-  void logString(OptionalText) override {}
-  void logString_varstr(OptionalText, OptionalText) override {}
-  bool isTracing() const override { return false; }
-};
 
 Date dateOf(std::int64_t unixSeconds) {
   return Date::fromUnixSeconds(static_cast<double>(unixSeconds));
@@ -82,7 +76,7 @@ std::optional<Date> nextDueByDays(const TaskRecord& record, Date now,
     return judgeByType(record, moment, noTrace).has_value();
   };
   if (!localOffsetFromUtc(now)) return std::nullopt;
-  const std::int64_t picked = pickedTimeOfDay(record, patterns);
+  const std::int64_t picked = pickedTimeOfDay(record);
   const std::int64_t secondOfDay = (picked / 100 * 60 + picked % 100) * 60;
   const auto start = static_cast<std::int64_t>(std::floor(now.unixSeconds()));
   for (int day = 0; day < kDaysAhead; ++day) {

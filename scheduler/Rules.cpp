@@ -7,15 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/LocalTime.h"
 #include "scheduler/FieldReaders.h"
 
 namespace kv {
 namespace {
-
-std::int64_t integerOf(const std::string& text) {
-  const PropertyList value(text);
-  return integerValue(&value);
-}
 
 /// "0930"; absent when the task has no time of day.
 std::optional<std::string> renderedTimeOfDay(const TaskRecord& record,
@@ -27,12 +23,13 @@ std::optional<std::string> renderedTimeOfDay(const TaskRecord& record,
 /// The comparison of the normal mode, which writes its four values first.
 bool isTimeReached(const TaskRecord& record, LocalMoment& moment, const std::string& lastRun,
                    Trace& trace) {
-  const auto stored = renderedTimeOfDay(record, moment.patterns());
-  trace.logString_varstr("today's time = ", moment.timeOfDay());
-  trace.logString_varstr("stored  time = ", stored);
-  trace.logString_varstr("today's day = ", moment.day());
-  trace.logString_varstr("stored  day = ", lastRun);
-  return integerOf(moment.timeOfDay()) >= integerOf(stored.value_or("")) && lastRun != moment.day();
+  if (trace.isTracing()) {
+    trace.logString_varstr("today's time = ", moment.timeOfDay());
+    trace.logString_varstr("stored  time = ", renderedTimeOfDay(record, moment.patterns()));
+    trace.logString_varstr("today's day = ", moment.day());
+    trace.logString_varstr("stored  day = ", lastRun);
+  }
+  return lastRun != moment.day() && moment.timeNumber() >= pickedTimeOfDay(record);
 }
 
 /// The numbers that the selected weekdays have in the locale's week. Tuesday is "12" where the
@@ -71,8 +68,9 @@ bool passesIntervalGate(const TaskRecord& record) {
   return record.isScheduled();
 }
 
-std::int64_t pickedTimeOfDay(const TaskRecord& record, const DatePatterns& patterns) {
-  return integerOf(renderedTimeOfDay(record, patterns).value_or(""));
+std::int64_t pickedTimeOfDay(const TaskRecord& record) {
+  const auto picked = dateValue(record.option("datePick"));
+  return picked ? localTimeNumber(*picked).value_or(0) : 0;
 }
 
 std::optional<CallSite> judgeDaily(const TaskRecord& record, LocalMoment& moment, Trace& trace) {

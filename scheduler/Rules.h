@@ -37,8 +37,8 @@ bool hasRule(const TaskRecord& record);
 /// By the rule for the task's type; nothing for a type that the main pass has no rule for.
 std::optional<CallSite> judgeByType(const TaskRecord& record, LocalMoment& moment, Trace& trace);
 
-/// The time of day from which a task is due in normal mode, as its rendered integer: 930 is 09:30,
-/// and a task without one is due from 0 on.
-std::int64_t pickedTimeOfDay(const TaskRecord& record, const DatePatterns& patterns);
+/// The time of day from which a task is due in normal mode, as a number: 930 is 09:30, and a task
+/// without one is due from 0 on.
+std::int64_t pickedTimeOfDay(const TaskRecord& record);
 
 }  // namespace kv

@@ -22,8 +22,12 @@ class PosixFileHandle final : public FileHandle {
   int descriptor() const override { return descriptor_.number(); }
 
  private:
+  long writeSome(std::string_view bytes);
+
   Descriptor descriptor_;
   std::uint64_t offset_ = 0;
+  /// False for what has no places: a FIFO, a terminal.
+  bool hasPlaces_ = true;
 };
 
 }  // namespace kv

@@ -65,6 +65,14 @@ bool isOwnPlainFile(int descriptor) {
          facts.st_uid == ::geteuid() && facts.st_nlink == 1;
 }
 
+/// Whether the open file is the one that stands at `path`.
+bool standsAt(const std::string& path, int descriptor) {
+  struct stat opened {};
+  struct stat named {};
+  return ::fstat(descriptor, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
 bool clearNonBlocking(int descriptor) {
   const int flags = ::fcntl(descriptor, F_GETFL);
   return flags >= 0 && ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
@@ -119,6 +127,11 @@ std::optional<std::string> PosixFiles::read(const std::string& path, std::size_t
 std::unique_ptr<FileHandle> PosixFiles::openOwnForWriting(const std::string& path) {
   Descriptor file(::open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!file.isOpen() || !isOwnPlainFile(file.number())) return nullptr;
+  // It may have been a second name of another file, taken away since: then one name is left, but
+  // not this one. While it is being taken away the count is ahead of the name; to make a file of
+  // that name (in vain, since it is there) waits for the end of that.
+  createEmpty(path);
+  if (!standsAt(path, file.number()) || !isOwnPlainFile(file.number())) return nullptr;
   return std::make_unique<PosixFileHandle>(std::move(file));
 }
 

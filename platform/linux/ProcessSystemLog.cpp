@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 
+#include "platform/HarmlessText.h"
 #include "platform/ProcessFacts.h"
 #include "platform/linux/SyslogSystemLog.h"
 
@@ -25,7 +26,7 @@ void writeToStandardError(std::string_view line) {
 }  // namespace
 
 void ProcessSystemLog::write(std::string_view text) {
-  const std::string line = withoutControlCharacters(text);
+  const std::string line = harmless(text, ' ');
   syslog(LOG_USER | LOG_NOTICE, "%s", line.c_str());
   if (SyslogSystemLog::isOpen()) return;
   const ProcessFacts facts = ProcessFacts::current();

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <optional>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -84,10 +85,14 @@ bool runsScript(const std::string& processFolder, const std::string& image,
          wanted.executable;
 }
 
+bool isOwn(const std::string& processFolder) {
+  struct stat status {};
+  return ::stat(processFolder.c_str(), &status) == 0 && status.st_uid == ::geteuid();
+}
+
 std::optional<RunningProcess> processMatching(int pid, const Wanted& wanted) {
   const std::string folder = "/proc/" + std::to_string(pid);
-  struct stat status {};
-  if (::stat(folder.c_str(), &status) != 0 || status.st_uid != ::geteuid()) return std::nullopt;
+  if (!isOwn(folder)) return std::nullopt;
   const std::string image = linkTarget(folder + "/exe");
   if (image.empty()) return std::nullopt;  // ended, or a zombie
   const bool isItself = runsExecutable(image, wanted);
@@ -99,6 +104,19 @@ std::optional<RunningProcess> processMatching(int pid, const Wanted& wanted) {
 }
 
 }  // namespace
+
+std::optional<OwnProcess> ownProcess(int pid) {
+  constexpr std::string_view kHome = "HOME=";
+  const std::string folder = "/proc/" + std::to_string(pid);
+  OwnProcess process;
+  std::ifstream name(folder + "/comm");
+  if (!isOwn(folder) || !std::getline(name, process.name)) return std::nullopt;
+  std::ifstream environment(folder + "/environ", std::ios::binary);
+  for (std::string variable; std::getline(environment, variable, '\0');) {
+    if (variable.starts_with(kHome)) process.home = variable.substr(kHome.size());
+  }
+  return process;
+}
 
 std::vector<RunningProcess> processesRunning(const std::string& executable) {
   std::vector<RunningProcess> processes;

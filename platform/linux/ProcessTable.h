@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,5 +17,16 @@ struct RunningProcess {
 /// resolved), in ascending order of their ids. A script counts under its own path when it stands
 /// in its command line behind the interpreter.
 std::vector<RunningProcess> processesRunning(const std::string& executable);
+
+/// A process of this user by its id.
+struct OwnProcess {
+  /// Of its program, at most 15 characters.
+  std::string name;
+  /// HOME as it was started with; empty when that cannot be told.
+  std::string home;
+};
+
+/// Nothing when no process of this user has the id.
+std::optional<OwnProcess> ownProcess(int pid);
 
 }  // namespace kv

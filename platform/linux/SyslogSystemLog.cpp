@@ -2,8 +2,9 @@
 
 #include <syslog.h>
 
-#include <algorithm>
 #include <atomic>
+
+#include "platform/HarmlessText.h"
 
 namespace kv {
 namespace {
@@ -11,13 +12,6 @@ namespace {
 constinit std::atomic<bool> isLogOpen = false;
 
 }  // namespace
-
-std::string withoutControlCharacters(std::string_view text) {
-  std::string line(text);
-  const auto isControl = [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; };
-  std::replace_if(line.begin(), line.end(), isControl, ' ');
-  return line;
-}
 
 SyslogSystemLog::SyslogSystemLog(const char* name) {
   // LOG_PERROR: the same line, name and process id in front, goes to standard error.
@@ -32,7 +26,7 @@ SyslogSystemLog::~SyslogSystemLog() {
 }
 
 void SyslogSystemLog::write(std::string_view text) {
-  syslog(LOG_NOTICE, "%s", withoutControlCharacters(text).c_str());
+  syslog(LOG_NOTICE, "%s", harmless(text, ' ').c_str());
 }
 
 bool SyslogSystemLog::isOpen() {

@@ -6,11 +6,10 @@
 
 namespace kv {
 
-/// `text` as one line that draws nothing: set names and script texts come from elsewhere, and must
-/// neither steer a terminal nor end the line early.
-std::string withoutControlCharacters(std::string_view text);
-
-/// syslog(3) and standard error. Threads: any; one at a time in a process (openlog is global).
+/// syslog(3) and standard error. A text becomes one line that draws nothing: set names and script
+/// texts come from elsewhere, and must neither steer a terminal nor end the line early.
+///
+/// Threads    any; one at a time in a process (openlog is global).
 class SyslogSystemLog final : public SystemLog {
  public:
   /// `name` stands before each line.

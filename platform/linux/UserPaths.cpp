@@ -61,6 +61,10 @@ std::string runtimeFolder() {
   return isOwnFolder(runtime) ? runtime : stateFolder();
 }
 
+std::string agentLockFile() {
+  return runtimeFolder() + "/KVScheduler.lock";
+}
+
 std::string historyFile() {
   return stateFolder() + "/history.jsonl";
 }

@@ -18,6 +18,10 @@ std::string settingsFolder();
 /// $XDG_RUNTIME_DIR where it is an absolute path of a folder of this user, else stateFolder().
 std::string runtimeFolder();
 
+/// What the agent locks while it runs; it holds the agent's process id: runtimeFolder()/
+/// KVScheduler.lock.
+std::string agentLockFile();
+
 /// The backup runner's records of its runs: stateFolder()/history.jsonl.
 std::string historyFile();
 

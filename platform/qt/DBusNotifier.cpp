@@ -13,24 +13,22 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/HarmlessText.h"
+#include "platform/SessionBusAddress.h"
 #include "platform/Utf8.h"
 
 namespace kv {
 namespace {
 
-bool isControl(char32_t character) {
-  return character < 0x20 || (character >= 0x7F && character < 0xA0);
-}
-
-/// The first `longest` characters, without those that control something. A line feed is kept, or
-/// becomes a blank.
+/// The first `longest` characters, without those that do something to the others. A line feed is
+/// kept, or becomes a blank.
 std::string cleaned(std::string_view text, std::size_t longest, char lineFeed) {
   std::string result;
   for (std::size_t count = 0; !text.empty() && count < longest;) {
     const char32_t character = takeUtf8(text);
     if (character == U'\n' || character == U'\t') {
       result += character == U'\n' ? lineFeed : ' ';
-    } else if (!isControl(character)) {
+    } else if (!isHarmful(character)) {
       appendUtf8(result, character);
     } else {
       continue;
@@ -44,18 +42,6 @@ std::string cleaned(std::string_view text, std::size_t longest, char lineFeed) {
 QString escaped(const std::string& text) {
   QString result = QString::fromStdString(text).toHtmlEscaped();
   return result.replace('\'', QLatin1String("&#39;"));
-}
-
-/// The address that the environment gives for the session's bus; empty for none. Only sockets
-/// count: the other kinds of address look up hosts or start programs, and wait for that.
-QByteArray busAddress() {
-  const QByteArray addresses = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-  for (const QByteArray& address : addresses.split(';')) {
-    if (address.startsWith("unix:")) return address;
-  }
-  const QByteArray folder = qgetenv("XDG_RUNTIME_DIR");
-  if (!addresses.isEmpty() || !folder.startsWith('/')) return QByteArray();
-  return "unix:path=" + folder.toPercentEncoding("/", "~") + "/bus";
 }
 
 /// The socket of an address; of the length 0 when it names none.
@@ -112,7 +98,7 @@ void DBusNotifier::disconnect() {
 bool DBusNotifier::connect() {
   if (connection_ && connection_->isConnected()) return true;
   disconnect();
-  const QByteArray address = busAddress();
+  const auto address = QByteArray::fromStdString(sessionBusAddress());
   if (!takesConnections(address)) return false;
   // To connect as to a bus would mean to wait for its welcome. As to any peer, the greeting is
   // only the first message to be sent.

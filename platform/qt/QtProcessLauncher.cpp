@@ -90,8 +90,12 @@ void QtProcessLauncher::start(const std::string& executable,
     throw PlatformError("cannot start \"" + executable + "\": the path is not absolute");
   }
   QStringList list;
-  if (arguments) {
-    for (const std::string& argument : *arguments) list.append(QString::fromStdString(argument));
+  for (const std::string& argument : arguments.value_or(std::vector<std::string>())) {
+    // The system would cut it there, and another argument than the one meant would arrive.
+    if (argument.find('\0') != std::string::npos) {
+      throw PlatformError("cannot start \"" + executable + "\": an argument holds U+0000");
+    }
+    list.append(QString::fromStdString(argument));
   }
   if (const auto failure = forker_->start(QString::fromStdString(executable), list)) {
     throw PlatformError("cannot start \"" + executable + "\": " + *failure);

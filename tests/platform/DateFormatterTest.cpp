@@ -31,6 +31,7 @@ TEST(DateFormatter, RendersLocalTimeInAsciiDigits) {
       {kBerlin, "fa_IR", "d HHmm", kJuly, "3 1146"},  // neither Persian digits nor calendar
       {kBerlin, "th_TH", "yyyy", kJuly, "2024"},      // not the Buddhist year
       {kBerlin, "no such locale!", "e", kJuly, "4"},
+      {kBerlin, "Cj1711846800", "B", kJuly, "in the morning"},  // a name that no library takes
       {"<+0545>-5:45", "C", "HH:mm", kJuly, "15:31"},
       {"UTC0", "C", "HH:mm:ss", -0.5, "23:59:59"},
       {"UTC0", "de_DE", "YYYY", 1735473600, "2024"},  // Sunday, 29 December: the last day of
@@ -77,6 +78,21 @@ TEST(DateFormatter, FollowsTheZoneWhileItIsKept) {
   zone.set("EST5");
   EXPECT_EQ(format.string(Date::fromUnixSeconds(kJuly)), "0446");
   EXPECT_EQ(localTimeOfDay(Date::fromUnixSeconds(kJuly)), "04:46:40");
+}
+
+/// The scheduler decides by the number and traces the text.
+TEST(DateFormatter, TheTimeOfDayAsANumberIsTheOneRendered) {
+  const DateFormatter format("HHmm", DateLocale::fromName("C"));
+  for (const char* name : {kBerlin, "UTC0", "LHST-10:30LHDT-11,M10.1.0,M4.1.0", "XYZ3:07:19"}) {
+    const ScopedEnvironment zone("TZ", name);
+    // Some 285,000 years: farther away a double holds no single milliseconds, which ICU counts.
+    constexpr double kFarthest = 9e12;
+    for (double seconds = -kFarthest; seconds <= kFarthest; seconds += 7.77e8 + 0.3) {
+      const Date date = Date::fromUnixSeconds(seconds);
+      ASSERT_EQ(localTimeNumber(date), std::stoi(format.string(date).value())) << name << seconds;
+    }
+  }
+  EXPECT_EQ(localTimeNumber(Date::fromUnixSeconds(1e300)), std::nullopt);
 }
 
 TEST(DateFormatter, RendersNothingForAnInstantWithoutACalendar) {

@@ -20,8 +20,8 @@ TEST(NumericDateFormat, RendersAndParsesAsTheGeneralFormatterDoes) {
   std::uniform_real_distribution<double> seconds(-4e9, 9e9);  // 1874 to 2286
   for (const char* zone : {"UTC", "Europe/Berlin", "Australia/Lord_Howe", "America/St_Johns"}) {
     const test::ScopedEnvironment local("TZ", zone);
-    for (const char* pattern :
-         {"yyyy/MM/dd HH:mm:ss:SSS", "HH:mm:ss", "yyyy'-'MM'-'dd' 'HH'-'mm'", "ss','SSS 'at' HH"}) {
+    for (const char* pattern : {"yyyy/MM/dd HH:mm:ss:SSS", "HH:mm:ss", "yyyy'-'MM'-'dd' 'HH'-'mm'",
+                                "ss','SSS 'at' HH", "HH 'o''clock' mm"}) {
       for (const auto which : {DateZone::kLocal, DateZone::kUtc}) {
         const NumericDateFormat format(pattern, which);
         const DateFormatter oracle(pattern, DateLocale::fromName("C"), which);

@@ -13,14 +13,18 @@ namespace {
 class QtDesktopModule final : public DesktopModule {
  public:
   std::unique_ptr<QCoreApplication> makeApplication(int& argumentCount, char** arguments) override {
-    // When the display refuses, Qt goes on without one.
     const bool isWayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-    const bool isChosen = !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
-    if (!isChosen)
-      qputenv("QT_QPA_PLATFORM", isWayland ? "wayland;xcb;offscreen" : "xcb;offscreen");
+    const QByteArray chosen = qgetenv("QT_QPA_PLATFORM");
+    const QByteArray usual = isWayland ? "wayland;xcb" : "xcb";
+    // When the display refuses, Qt goes on without one. Without the last it would abort.
+    qputenv("QT_QPA_PLATFORM", (chosen.isEmpty() ? usual : chosen) + ";offscreen");
     auto application = std::make_unique<QApplication>(argumentCount, arguments);
     // The programs that the agent starts are to find the environment as it was.
-    if (!isChosen) qunsetenv("QT_QPA_PLATFORM");
+    if (chosen.isNull()) {
+      qunsetenv("QT_QPA_PLATFORM");
+    } else {
+      qputenv("QT_QPA_PLATFORM", chosen);
+    }
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setDesktopFileName("com.kelvara.KVScheduler");
     // The desktop starts the agent by its autostart entry, and is not to do so twice.
