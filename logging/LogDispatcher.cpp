@@ -98,7 +98,7 @@ void LogDispatcher::queueRecord(LogRecord& record, bool asynchronously) {
     return;
   }
   loggingQueue_->sync([&] { lt_log(record); });
-  LogRecord::recycle(record);
+  LogRecord::putBack(record);
 }
 
 void LogDispatcher::queueLogMessage_asynchronously(std::shared_ptr<const DDLogMessage> message,

@@ -153,6 +153,16 @@ void LogRecord::recycle(LogRecord& record) {
   if (stocks.isGone) stocks.used.bringBack();
 }
 
+void LogRecord::putBack(LogRecord& record) {
+  ThreadStocks& stocks = tStocks;
+  if (stocks.isGone) {
+    recycle(record);
+  } else if (LogRecordPool::regain(record)) {
+    LogRecordPool::setNext(record, stocks.free);
+    stocks.free = &record;
+  }
+}
+
 void LogRecord::lockPool() {
   LogRecordPool::shared().lock();
 }

@@ -20,13 +20,15 @@ class LogDispatcher;
 /// Delivered  a logger that keeps the message holds a reference: then the record is left to it,
 ///            and the pool makes a new one when it needs one.
 ///
-/// Threads    take() and recycle() any.
+/// Threads    take(), recycle() and putBack() any.
 class LogRecord final : public DDLogMessage, public QueueWork {
  public:
   /// A blank record. The pool has as many as were ever in use at once.
   static LogRecord& take();
   /// The record is not needed any more. Of several at once the cost is that of one.
   static void recycle(LogRecord& record);
+  /// The same by the thread that took it: it takes the same one again next time.
+  static void putBack(LogRecord& record);
 
   /// Around a fork, which must not find the pool in the middle of a change.
   static void lockPool();

@@ -122,7 +122,7 @@ void kill(Probe& probe) {
   probe.send(SIGKILL);
 }
 void stopAndContinue(Probe& probe) {
-  for (const std::uint64_t calls : {100, 1000, 5000}) {
+  for (const std::uint64_t calls : {100U, 1000U, 5000U}) {
     probe.awaitCalls(calls);
     probe.send(SIGSTOP);
     probe.awaitStop();
