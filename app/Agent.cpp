@@ -15,6 +15,7 @@
 #include "platform/HiddenStatusBar.h"
 #include "platform/PlatformError.h"
 #include "platform/ProcessFacts.h"
+#include "platform/SessionBusAddress.h"
 #include "platform/linux/PosixFiles.h"
 #include "platform/linux/ProcessSetup.h"
 #include "platform/linux/ResidentPages.h"
@@ -23,8 +24,10 @@
 #include "platform/linux/UserPaths.h"
 #include "platform/qt/DBusNotifier.h"
 #include "platform/qt/DesktopModule.h"
+#include "platform/qt/QtDescriptorWatcher.h"
 #include "platform/qt/QtProcessLauncher.h"
 #include "platform/qt/TerminationSignals.h"
+#include "scheduler/ScheduleDocuments.h"
 
 namespace kv {
 namespace {
@@ -33,9 +36,8 @@ constexpr char kProgramName[] = "KVScheduler";
 constexpr char kDesktopEntry[] = "com.kelvara.KVScheduler";
 
 std::unique_ptr<FileLock> lockAgainstSecondAgent() {
-  const std::string folder = runtimeFolder();
-  makeFolders(folder);
-  const std::string path = folder + "/KVScheduler.lock";
+  makeFolders(runtimeFolder());
+  const std::string path = agentLockFile();
   if (auto lock = FileLock::tryAcquire(path, std::to_string(getpid()))) return lock;
   throw StartupError("KVScheduler is already running for this user (process " +
                      FileLock::note(path) + ")");
@@ -81,12 +83,35 @@ Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLo
              DesktopModule* desktop)
     : systemLog_(std::move(systemLog)), lock_(lockAgainstSecondAgent()) {
   PosixFiles files;
-  Bundle bundle = Bundle::load(files, commandLine.bundle.value_or(defaultBundle()));
+  Bundle bundle = commandLine.bundle
+                      ? Bundle::load(files, *commandLine.bundle, Bundle::Origin::kElsewhere)
+                      : Bundle::load(files, defaultBundle(), Bundle::Origin::kInstalled);
   setMainBundleIdentifier(bundle.identifier);  // log files bear its name
   const std::shared_ptr<StatusBar> statusBar = desktop
                                                    ? desktop->makeStatusBar(bundle.path + "/Images")
                                                    : std::make_shared<HiddenStatusBar>();
+  const std::string path = bundle.path;
   application_.emplace(environment(statusBar), std::move(bundle));
+  service_.emplace(serviceEnvironment(path));
+}
+
+AgentService::Environment Agent::serviceEnvironment(const std::string& bundle) {
+  const std::string home = homeFolder();
+  const PropertyList::Array documents = {home + "/" + ScheduleDocuments::kFirst,
+                                         home + "/" + ScheduleDocuments::kSecond};
+  return {.watcher = std::make_shared<QtDescriptorWatcher>(),
+          .systemLog = systemLog_,
+          .decisions = decisions_,
+          .describeState = [this] { return application_->describeState(); },
+          .isTracing = [this] { return application_->isTracing(); },
+          .address = sessionBusAddress,
+          .facts = {{"Version", KV_VERSION},
+                    {"ProcessId", getpid()},
+                    {"StartedAt", SystemClock().now()},
+                    {"Home", home},
+                    {"Documents", documents},
+                    {"TracePath", KVTimer::Environment().traceFile},
+                    {"Bundle", bundle}}};
 }
 
 Application::Environment Agent::environment(std::shared_ptr<StatusBar> statusBar) {
@@ -97,12 +122,17 @@ Application::Environment Agent::environment(std::shared_ptr<StatusBar> statusBar
   Application::Environment environment;
   environment.systemLog = systemLog_;
   environment.releaseMemory = releaseFreeMemory;
+  environment.attend = [this] { service_->attend(); };
+  environment.menusChanged = [this] {
+    if (service_) service_->noteChange();
+  };
   environment.quit = [] { QCoreApplication::exit(); };
   environment.scheduler.clock = clock;
   environment.scheduler.runLoop = runLoop;
   environment.scheduler.files = std::make_shared<PosixFiles>();
   environment.scheduler.locale = DateLocale::fromEnvironment();
   environment.scheduler.homeFolder = homeFolder();
+  environment.scheduler.observer = decisions_;
   const auto launcher = std::make_shared<QtProcessLauncher>();
   environment.launcher = {.launcher = launcher,
                           .queue = std::make_shared<BackgroundQueue>(),
@@ -127,6 +157,7 @@ int Agent::run() {
   if (!application_->exitStatus()) {
     QTimer::singleShot(0, [this] {
       application_->finishLaunching();
+      service_->attend();
       releaseStartupPages();
     });
     QCoreApplication::exec();

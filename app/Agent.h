@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "app/AgentService.h"
 #include "app/Application.h"
 #include "app/CommandLine.h"
 #include "platform/StatusBar.h"
@@ -37,9 +38,12 @@ class Agent {
 
  private:
   Application::Environment environment(std::shared_ptr<StatusBar> statusBar);
+  AgentService::Environment serviceEnvironment(const std::string& bundle);
 
   std::shared_ptr<SystemLog> systemLog_;
   std::unique_ptr<FileLock> lock_;
+  std::shared_ptr<DecisionRecord> decisions_ = std::make_shared<DecisionRecord>();
+  std::optional<AgentService> service_;
   /// Before the run loop, so that the schedulers that its timers hold end first.
   std::optional<Application> application_;
   QtRunLoop runLoop_;

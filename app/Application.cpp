@@ -15,14 +15,17 @@ Application::Application(Environment environment, Bundle bundle)
       bundle_(std::move(bundle)),
       engine_(environment_.systemLog),
       menus_(engine_) {
-  environment_.scheduler.host = [this] { return delegate(); };
+  environment_.scheduler.host = [this] { return host(); };
   environment_.scheduler.runLoop =
       std::make_shared<TidyRunLoop>(std::move(environment_.scheduler.runLoop), [this] {
         engine_.engine().collectGarbage();
+        environment_.attend();
         environment_.releaseMemory();
       });
   engine_.setAfterCalls([this] {
-    if (menus_.takeChanged()) environment_.statusItem.statusBar->refreshMenus();
+    if (!menus_.takeChanged()) return;
+    environment_.statusItem.statusBar->refreshMenus();
+    environment_.menusChanged();
   });
   defineGlobals();
 }
@@ -42,7 +45,8 @@ void Application::defineGlobals() {
   const QJSValue global = engine.globalObject();
   program.setProperty("menus", menus_.object());
   evaluateScriptFile(engine, "logging.js")
-      .call({engine.newQObject(new LoggingObject(engine_)), engine_.describe(), global});
+      .call({engine.newQObject(new LoggingObject(engine_, environment_.rehearsalFiles)),
+             engine_.describe(), global});
   const QJSValue globals = evaluateScriptFile(engine, "globals.js").call({program, global});
   delegate_ = globals.property("delegate");
   delegateOrigin_ = globals.property("delegateOrigin");
@@ -73,8 +77,25 @@ std::shared_ptr<ScriptHost> Application::delegate() {
                                       delegateOrigin_.call().toString());
 }
 
+std::shared_ptr<Host> Application::host() {
+  std::shared_ptr<Host> found = delegate();
+  return environment_.wrapHost ? environment_.wrapHost(std::move(found)) : found;
+}
+
 std::shared_ptr<KVTimer> Application::createScheduler() {
-  return KVTimer::create(environment_.scheduler);
+  auto scheduler = KVTimer::create(environment_.scheduler);
+  scheduler_ = scheduler;
+  return scheduler;
+}
+
+bool Application::isTracing() const {
+  const auto latest = scheduler();
+  return latest != nullptr && latest->isTracing();
+}
+
+std::optional<PropertyList> Application::describeState() {
+  const auto host = delegate();
+  return host == nullptr ? std::nullopt : host->describeState();
 }
 
 std::shared_ptr<TAV_StatusItemController> Application::createStatusItemController() {

@@ -41,6 +41,15 @@ class Application {
     /// Gives back what memory is free inside of the process. After each tick: nearly a minute of
     /// idling follows.
     std::function<void()> releaseMemory = [] {};
+    /// After each tick too.
+    std::function<void()> attend = [] {};
+    /// What the script shows in its menus has changed, and it is done with changing it.
+    std::function<void()> menusChanged = [] {};
+    /// Stands between the scheduler and the delegate; null for nothing between.
+    std::function<std::shared_ptr<Host>(std::shared_ptr<Host>)> wrapHost = nullptr;
+    /// Null, save in a rehearsal: the file system for the script's log files. The script may make
+    /// loggers then, but none is added, so that nothing is logged.
+    std::shared_ptr<Files> rehearsalFiles = nullptr;
     /// Makes the event loop return; without effect before it runs.
     std::function<void()> quit;
   };
@@ -64,6 +73,16 @@ class Application {
   /// A new scheduler, already running; the script's KVTimer constructor.
   std::shared_ptr<KVTimer> createScheduler();
 
+  /// The scheduler that was made last; null when it is gone or none was.
+  std::shared_ptr<KVTimer> scheduler() const { return scheduler_.lock(); }
+
+  /// Whether the scheduler that was made last, if it is still there, writes the trace.
+  bool isTracing() const;
+
+  /// What the host tells of itself when it is asked (docs/host-script.md); nothing when it does
+  /// not.
+  std::optional<PropertyList> describeState();
+
   /// The script's TAV_StatusItemController constructor.
   std::shared_ptr<TAV_StatusItemController> createStatusItemController();
 
@@ -78,6 +97,7 @@ class Application {
 
  private:
   void defineGlobals();
+  std::shared_ptr<Host> host();
 
   Environment environment_;
   Bundle bundle_;
@@ -85,6 +105,7 @@ class Application {
   ScriptMenus menus_;
   QJSValue delegate_;
   QJSValue delegateOrigin_;
+  std::weak_ptr<KVTimer> scheduler_;
   std::optional<int> exitStatus_;
   bool isRunning_ = false;
 };

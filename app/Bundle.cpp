@@ -1,5 +1,8 @@
 #include "app/Bundle.h"
 
+#include <fcntl.h>
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <string_view>
@@ -7,6 +10,8 @@
 
 #include "app/StartupError.h"
 #include "platform/PropertyListReader.h"
+#include "platform/linux/Descriptor.h"
+#include "platform/linux/OthersRights.h"
 
 namespace kv {
 namespace {
@@ -23,12 +28,31 @@ std::string absolutePath(const std::string& path) {
   return absolute;
 }
 
-std::optional<std::string> readIdentifier(Files& files, const std::string& path) {
+void refuse(const std::string& path, const std::string& fault) {
+  throw StartupError(path + ": " + fault + ": a bundle whose scripts others may change is not run");
+}
+
+void checkFolder(const std::string& path) {
+  if (const auto fault = whoElseMayChange(path)) refuse(path, *fault);
+}
+
+std::string readFile(Files& files, const std::string& path, Bundle::Origin origin) {
+  // Held open and read through the descriptor: the file that is judged is the one that is read.
+  const Descriptor judged(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  if (origin == Bundle::Origin::kElsewhere) {
+    if (const auto fault = whoElseMayChange(judged.number())) refuse(path, *fault);
+  }
+  auto text = files.read(fmt::format("/proc/self/fd/{}", judged.number()), kLargestFile);
+  if (!text) throw StartupError(path + ": cannot be read");
+  return *std::move(text);
+}
+
+std::optional<std::string> readIdentifier(Files& files, const std::string& path,
+                                          Bundle::Origin origin) {
   std::error_code error;
   if (!fs::exists(path, error)) return std::nullopt;
-  const auto bytes = files.read(path, kLargestFile);
-  if (!bytes) throw StartupError(path + ": cannot be read");
-  const auto document = readPropertyList(*bytes);
+  const std::string bytes = readFile(files, path, origin);
+  const auto document = readPropertyList(bytes);
   const auto* entries = document ? document->as<PropertyList::Dictionary>() : nullptr;
   if (!entries) throw StartupError(path + ": is no property list with a dictionary at its root");
   const auto* identifier = entries->find("CFBundleIdentifier");
@@ -52,25 +76,29 @@ std::vector<std::string> scriptPaths(const std::string& folder) {
   return names;
 }
 
-Bundle::Script readScript(Files& files, const std::string& path) {
-  auto text = files.read(path, kLargestFile);
-  if (!text) throw StartupError(path + ": cannot be read");
-  if (text->starts_with(kByteOrderMark)) text->erase(0, kByteOrderMark.size());
-  return {path, std::move(*text)};
+Bundle::Script readScript(Files& files, const std::string& path, Bundle::Origin origin) {
+  std::string text = readFile(files, path, origin);
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
+  return {path, std::move(text)};
 }
 
 }  // namespace
 
-Bundle Bundle::load(Files& files, const std::string& path) {
+Bundle Bundle::load(Files& files, const std::string& path, Origin origin) {
   Bundle bundle;
   bundle.path = absolutePath(path);
   std::error_code error;
   if (bundle.path.empty() || !fs::is_directory(bundle.path, error)) {
     throw StartupError("no bundle at \"" + path + "\": there is no such folder");
   }
-  bundle.identifier = readIdentifier(files, bundle.path + "/Info.plist");
-  for (const std::string& script : scriptPaths(bundle.path + "/Scripts")) {
-    bundle.scripts.push_back(readScript(files, script));
+  const std::string scripts = bundle.path + "/Scripts";
+  if (origin == Origin::kElsewhere) {
+    checkFolder(bundle.path);
+    checkFolder(scripts);
+  }
+  bundle.identifier = readIdentifier(files, bundle.path + "/Info.plist", origin);
+  for (const std::string& script : scriptPaths(scripts)) {
+    bundle.scripts.push_back(readScript(files, script, origin));
   }
   return bundle;
 }

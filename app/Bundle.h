@@ -27,9 +27,13 @@ struct Bundle {
   /// The host scripts in the byte order of their names; at least one.
   std::vector<Script> scripts;
 
+  /// Whose work a bundle may be. That of the installation is as good as the program beside it; in
+  /// any other place what runs with the user's rights must be the user's, or root's, to change.
+  enum class Origin { kInstalled, kElsewhere };
+
   /// Reads the bundle in the folder at `path`. A missing Info.plist is no error; one that is no
   /// dictionary is, and so is a folder without scripts.
-  static Bundle load(Files& files, const std::string& path);
+  static Bundle load(Files& files, const std::string& path, Origin origin);
 };
 
 }  // namespace kv

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "app/FileLoggerObject.h"
 #include "app/FormatterObject.h"
@@ -22,7 +23,8 @@ QObject* makeFormatter() {
 
 }  // namespace
 
-LoggingObject::LoggingObject(ScriptEngine& engine) : engine_(engine) {}
+LoggingObject::LoggingObject(ScriptEngine& engine, std::shared_ptr<Files> rehearsalFiles)
+    : engine_(engine), rehearsalFiles_(std::move(rehearsalFiles)) {}
 
 QObject* LoggingObject::makeFormatterSch() {
   return engine_.guarded([] { return makeFormatter<FormatterSch>(); });
@@ -36,7 +38,13 @@ QObject* LoggingObject::makeFileManager(const QJSValue& folder) {
   return engine_.guarded([&]() -> QObject* {
     std::optional<std::string> path;
     if (!folder.isNull()) path = folder.toString().toStdString();
-    return new LogFileManagerObject(engine_, std::make_shared<DDLogFileManagerDefault>(path));
+    DDLogFileManagerDefault::Environment environment;
+    if (rehearsalFiles_) {
+      environment.files = rehearsalFiles_;
+      environment.processFacts.name = "KVScheduler";  // whose log it is
+    }
+    return new LogFileManagerObject(
+        engine_, std::make_shared<DDLogFileManagerDefault>(path, std::move(environment)));
   });
 }
 
@@ -55,6 +63,7 @@ QObject* LoggingObject::makeTerminalLogger() {
 
 void LoggingObject::addLogger_withLevel(QObject* logger, double level) {
   engine_.guarded([&] {
+    if (rehearsalFiles_) return;
     DDLog::addLogger_withLevel(objectFromScript<LoggerObject>(logger).logger(),
                                maskFromScript(level));
   });

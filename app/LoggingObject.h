@@ -8,6 +8,7 @@
 
 #include "app/ScriptEngine.h"
 #include "app/ScriptLogValues.h"
+#include "platform/Files.h"
 
 namespace kv {
 
@@ -21,7 +22,8 @@ namespace kv {
 class LoggingObject final : public QObject {
   Q_OBJECT
  public:
-  explicit LoggingObject(ScriptEngine& engine);
+  /// `rehearsalFiles` as Application::Environment has it.
+  LoggingObject(ScriptEngine& engine, std::shared_ptr<Files> rehearsalFiles);
 
   /// A FormatterObject each.
   Q_INVOKABLE QObject* makeFormatterSch();
@@ -50,6 +52,7 @@ class LoggingObject final : public QObject {
 
  private:
   ScriptEngine& engine_;
+  const std::shared_ptr<Files> rehearsalFiles_;
   const std::shared_ptr<ScriptTags> tags_ = std::make_shared<ScriptTags>();
 };
 

@@ -19,11 +19,11 @@ void ScriptHost::reloadMenuNow(const TaskList& list) {
 }
 
 std::optional<PropertyList> ScriptHost::checkRunningBackupStatus() {
-  return ask("checkRunningBackupStatus");
+  return ask(operation("checkRunningBackupStatus"));
 }
 
 std::optional<PropertyList> ScriptHost::checkBackupStatus() {
-  return ask("checkBackupStatus");
+  return ask(operation("checkBackupStatus"));
 }
 
 bool ScriptHost::checkIfDiskExists_fromSchedule(const PropertyList* path, int fromSchedule) {
@@ -54,8 +54,11 @@ void ScriptHost::applicationWillTerminate() {
   notify("applicationWillTerminate");
 }
 
-std::optional<PropertyList> ScriptHost::ask(const char* name) {
-  const auto asked = operation(name);
+std::optional<PropertyList> ScriptHost::describeState() {
+  return ask(optional("describeState"));
+}
+
+std::optional<PropertyList> ScriptHost::ask(const ScriptEngine::Operation& asked) {
   const auto answer = engine_.invoke(delegate_, asked);
   if (!answer) return std::nullopt;
   try {
@@ -76,7 +79,7 @@ void ScriptHost::tell(const char* name, const PropertyList* set) {
 }
 
 void ScriptHost::notify(const char* name) {
-  engine_.invoke(delegate_, {.name = name, .origin = origin_, .isOptional = true});
+  engine_.invoke(delegate_, optional(name));
 }
 
 }  // namespace kv

@@ -32,10 +32,13 @@ class ScriptHost final : public Host {
   // Not asked for by the scheduler but by the application; a delegate need not have them.
   void applicationDidFinishLaunching();
   void applicationWillTerminate();
+  /// What the host tells other programs of itself; nothing when it does not.
+  std::optional<PropertyList> describeState();
 
  private:
   ScriptEngine::Operation operation(const char* name) const { return {name, origin_}; }
-  std::optional<PropertyList> ask(const char* name);
+  ScriptEngine::Operation optional(const char* name) const { return {name, origin_, true}; }
+  std::optional<PropertyList> ask(const ScriptEngine::Operation& asked);
   void tell(const char* name, const PropertyList* set);
   void notify(const char* name);
 

@@ -13,6 +13,7 @@
 #include "platform/PlatformError.h"
 #include "platform/linux/DurableFile.h"
 #include "platform/linux/FileTail.h"
+#include "platform/linux/OthersRights.h"
 #include "platform/linux/PosixFiles.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/UserPaths.h"
@@ -82,6 +83,13 @@ QJSValue SystemKit::readTail(const QString& path, double maxBytes) {
   });
 }
 
+QJSValue SystemKit::whoElseMayChange(const QString& path) {
+  return engine_.guarded([&] {
+    const auto others = kv::whoElseMayChange(path.toStdString());
+    return others ? QJSValue(QString::fromStdString(*others)) : QJSValue(QJSValue::NullValue);
+  });
+}
+
 QJSValue SystemKit::readText(const QString& path) {
   return engine_.guarded([&] {
     const auto text = PosixFiles().read(path.toStdString(), kLongestText);
@@ -92,6 +100,7 @@ QJSValue SystemKit::readText(const QString& path) {
 bool SystemKit::writeText(const QString& path, const QString& text) {
   return engine_.guarded([&] {
     const auto target = absolutePath(path);
+    if (!environment_.writesFiles) return target.has_value();
     if (!target || !makeFolders(target->parent_path().string())) return false;
     try {
       replaceFileDurably(target->string(), text.toStdString());

@@ -37,6 +37,8 @@ class SystemKit final : public QObject {
     std::shared_ptr<ProcessLauncher> launcher;
     /// Null where nobody is to be told.
     std::shared_ptr<Notifier> notifier;
+    /// Whether writeText() writes; else it only says that it has.
+    bool writesFiles = true;
   };
 
   /// The mount table is read again when it is older: a script asks for a destination once or twice
@@ -53,6 +55,8 @@ class SystemKit final : public QObject {
   Q_INVOKABLE QJSValue processesRunning(const QString& executable);
   Q_INVOKABLE QJSValue environment(const QString& name);
   Q_INVOKABLE QJSValue readTail(const QString& path, double maxBytes);
+  /// Who besides the user and root may change what stands there, as a text; null for nobody.
+  Q_INVOKABLE QJSValue whoElseMayChange(const QString& path);
   /// The whole of a regular file, unless it is larger than kLongestText.
   Q_INVOKABLE QJSValue readText(const QString& path);
   /// Replaces a file in one step, so that no reader ever finds a part; the folders above it are

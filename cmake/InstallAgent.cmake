@@ -2,7 +2,7 @@
 # `cmake --install BUILD --component agent` installs them alone.
 
 # Each has packaging/man/NAME.1 and packaging/completions/NAME.{bash,zsh}.
-set(kv_programs KVScheduler kvbackup)
+set(kv_programs KVScheduler kvbackup kvctl)
 
 set(KV_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
     "Where completions for zsh are installed; a distribution's packages have a folder of their own")
@@ -42,7 +42,7 @@ kv_install(${CMAKE_INSTALL_DATADIR}/metainfo ${kv_packaging}/com.kelvara.KVSched
 kv_install(${kv_system_settings}/xdg/autostart
            ${kv_packaging}/com.kelvara.KVScheduler.autostart.desktop
            RENAME com.kelvara.KVScheduler.desktop)
-foreach(page installing scheduling settings kvbackup host-script)
+foreach(page installing scheduling settings kvbackup kvctl host-script dbus security)
   kv_install(${CMAKE_INSTALL_DATADIR}/doc/kvscheduler ${PROJECT_SOURCE_DIR}/docs/${page}.md)
 endforeach()
 

@@ -7,10 +7,22 @@ target_compile_options(kv_flags INTERFACE
 # False alarms of GCC 12 in the headers of the library and of fmt, at -O3 only.
 target_compile_options(kv_flags INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict -Wno-stringop-overflow>)
+# One operation of the logging framework has C linkage so that its name is plain, not for C.
+target_compile_options(kv_flags INTERFACE
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-return-type-c-linkage>)
 if(KV_SANITIZE)
   target_compile_options(kv_flags INTERFACE
     -fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(kv_flags INTERFACE -fsanitize=${KV_SANITIZE})
+else()
+  include(${CMAKE_CURRENT_LIST_DIR}/Hardening.cmake)
+endif()
+if(KV_COVERAGE)
+  # Up to four files for each program, into which its processes add what they have counted,
+  # whatever folder and environment they run in.
+  set(count_lines -fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%4m.profraw)
+  target_compile_options(kv_flags INTERFACE ${count_lines} -fcoverage-mapping)
+  target_link_options(kv_flags INTERFACE ${count_lines})
 endif()
 # Assertions stay on in every build type: a broken invariant must stop where it broke.
 foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
@@ -79,5 +91,10 @@ function(kv_test name)
   kv_program(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE GTest::gmock_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  add_dependencies(all_tests ${name})
+  if(KV_SANITIZE)
+    # Instrumented code takes long to optimise, and that of the tests runs once.
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()

@@ -178,6 +178,7 @@
     processesRunning: executable => kit.processesRunning(String(executable)),
     environment: name => absentAsUndefined(kit.environment(String(name))),
     readTail: (path, maxBytes) => absentAsUndefined(kit.readTail(String(path), Number(maxBytes))),
+    whoElseMayChange: path => absentAsUndefined(kit.whoElseMayChange(String(path))),
     readText: path => kit.readText(String(path)),
     writeText: (path, text) => kit.writeText(String(path), String(text)),
     open: path => kit.open(String(path)),

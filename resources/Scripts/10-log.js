@@ -12,7 +12,10 @@
 
   host.log = {
     open() {
-      file = new DDFileLogger();
+      // Without a home the usual place would be a folder that everybody may write to.
+      const hasHome = system.homeFolder !== "/";
+      file = new DDFileLogger(
+        hasHome ? null : new DDLogFileManagerDefault(system.stateFolder + "/logs"));
       file.setLogFormatter(new FormatterSch());
       // The agent's file keeps its name: to roll it would be to close it and open it again.
       file.setMaximumFileSize(0);

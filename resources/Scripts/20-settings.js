@@ -28,7 +28,7 @@
   }
 
   function shown(value) {
-    const json = JSON.stringify(value);
+    const json = host.texts.harmless(JSON.stringify(value));
     return json.length > LONGEST_SHOWN ? json.slice(0, LONGEST_SHOWN) + "…" : json;
   }
 

@@ -32,6 +32,21 @@
     }
   }
 
+  // The name by which the set can be started; null where there is none.
+  function nameOf(record) {
+    const name = record.backupset;
+    if (typeof name === "number") return String(name);
+    return typeof name === "string" && name !== "" ? name : null;
+  }
+
+  // What the application changes in the record of a set when a run has ended, as a text; null when
+  // there is no such set.
+  function progress(records, set) {
+    const found = records.find((record) => isDictionary(record) && nameOf(record) === set);
+    if (found === undefined) return null;
+    return JSON.stringify([options(found).dayOfMonth, options(found).minhourdate]);
+  }
+
   // When an interval set is due next, in milliseconds; null for other sets.
   function intervalDue(record) {
     const schedule = options(record);
@@ -46,18 +61,13 @@
     whole: whole,
     periodOf: periodOf,
     intervalDue: intervalDue,
+    nameOf: nameOf,
+    progress: progress,
 
     // A set that is held by hand, in contrast to one that was never given a schedule.
     isHeld(record) {
       const runState = options(record).runState;
       return runState !== undefined && !isTrue(runState);
-    },
-
-    // The name by which the set can be started; null where there is none.
-    nameOf(record) {
-      const name = record.backupset;
-      if (typeof name === "number") return String(name);
-      return typeof name === "string" && name !== "" ? name : null;
     },
 
     // Null where there is none.

@@ -81,7 +81,7 @@
       const until = restEnd(set);
       if (until !== null && announcedRests.get(set) !== until) {
         announcedRests.set(set, until);
-        DDLog.warn(set + ": failed, next try at " + host.texts.timeOfDay(until));
+        DDLog.warn(host.texts.harmless(set) + ": failed, next try at " + host.texts.timeOfDay(until));
       }
       return until !== null;
     },

@@ -17,20 +17,18 @@
   let records = []; // of the present tick
   let tickBegan = 0;
 
-  // What the application changes in a record when a run has ended.
-  function recordState(set) {
-    const record = records.find((candidate) => candidate && candidate.backupset === set);
-    const options = (record && record.schopts) || {};
-    return JSON.stringify([options.dayOfMonth, options.minhourdate]);
-  }
+  // A name as it may stand in a line of the log.
+  const shown = (set) => host.texts.harmless(set);
+
+  const recordState = (set) => host.records.progress(records, set);
 
   function finish(outcome) {
-    DDLog.info(started.set + ": " + outcome);
+    DDLog.info(shown(started.set) + ": " + outcome);
     started = null;
   }
 
   function finishFailed(outcome) {
-    DDLog.error(started.set + ": " + outcome);
+    DDLog.error(shown(started.set) + ": " + outcome);
     started = null;
   }
 
@@ -114,11 +112,11 @@
 
   function begin(set, token) {
     if (application.found === null) {
-      DDLog.error(set + ": neither Kelvara+ nor kvbackup is installed");
+      DDLog.error(shown(set) + ": neither Kelvara+ nor kvbackup is installed");
       host.history.noteFailedStart(set, "neither Kelvara+ nor kvbackup is installed");
       return;
     }
-    DDLog.info(set + ": starting the backup with " + application.found.name);
+    DDLog.info(shown(set) + ": starting the backup with " + application.found.name);
     started = { set: set, at: Date.now(), seen: false, gone: 0, record: recordState(set) };
     host.notifications.noteStart();
     UtilsSch.runScript([application.found.executable, token, set]);

@@ -5,6 +5,7 @@
 
   const records = host.records;
   const LONGEST_NAME = 40; // characters
+  const LONGEST_TEXT = 4000; // UTF-16 units
   const DAYS = ["Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"];
   const MONTHS = ["Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov",
     "Dec"];
@@ -29,8 +30,14 @@
   // A half of a pair of surrogates stands alone where a text was cut.
   const isHalf = (character) => /^[\ud800-\udfff]$/.test(character);
 
+  // Far more than anybody reads; to look at every character of a text takes its time.
+  function shortened(text) {
+    if (text.length <= LONGEST_TEXT) return text;
+    return text.slice(0, LONGEST_TEXT / 2) + "…" + text.slice(-LONGEST_TEXT / 2);
+  }
+
   function harmless(text) {
-    return charactersOf(text).map((one) => (isHalf(one) ? "\ufffd" : one)).join("")
+    return charactersOf(shortened(text)).map((one) => (isHalf(one) ? "\ufffd" : one)).join("")
       .replace(HARMFUL, " ").replace(/\s+/g, " ").trim();
   }
 
@@ -126,10 +133,15 @@
     return [past(state, now), future(state, now)].filter((part) => part !== "").join(", ");
   }
 
+  function futility(state) {
+    if (state.futileStarts === 0) return "";
+    return "; started " + state.futileStarts + " times, never recorded";
+  }
+
   // "daily 09:30, last run yesterday 09:31, next today 09:30"
   function description(state, now) {
     if (state.takesPart || state.isRunning) {
-      return schedule(state.record) + ", " + condition(state, now);
+      return schedule(state.record) + ", " + condition(state, now) + futility(state);
     }
     return records.isHeld(state.record) ? schedule(state.record) + ", held" : "not scheduled";
   }
@@ -181,6 +193,7 @@
     schedule: schedule,
     pause: pauseText,
     status: status,
+    description: description,
     set: (state, now) => name(state.record.backupset) + ": " + description(state, now),
   };
 })((this.host = this.host || {}));

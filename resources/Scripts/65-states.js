@@ -23,8 +23,9 @@
       (one instanceof Date && other instanceof Date && one.getTime() === other.getTime());
   }
 
-  function isSameRecord(state, record) {
+  function isSameRecord(state, record, index) {
     const before = state.record;
+    if (state.index !== index) return false;
     if (before.backupset !== record.backupset) return false;
     if (before.destinationPath !== record.destinationPath) return false;
     const ones = state.options, others = options(record);
@@ -46,7 +47,8 @@
     const at = Date.now();
     const run = host.running.present(), pause = host.pause.present();
     const day = host.records.dayNumber(at), zone = new Date(at).getTimezoneOffset();
-    const key = JSON.stringify([day, zone, host.history.version(), run, pause]);
+    const versions = [host.history.version(), host.recording.version()];
+    const key = JSON.stringify([day, zone, versions, run, pause]);
     return { at, day, zone, run, pause, key };
   }
 
@@ -88,6 +90,7 @@
     state.failedAt = failure ? failure.end : null;
     state.restEnd = failure ? host.history.restEnd(state.set) : null;
     state.lastGood = host.history.lastGood(state.set) || null;
+    state.futileStarts = host.recording.futileStarts(state.set);
     // What it is due for has been done, but nobody has read the documents since.
     state.isDone = state.lastGood !== null && host.running.isAfterDocuments(state.lastGood);
     state.isMissing = state.takesPart && state.isDue && !state.isDone &&
@@ -106,14 +109,15 @@
   }
 
   const OBSERVED = ["day", "isDue", "next", "takesPart", "isRunning", "runningSince", "failedAt",
-    "restEnd", "lastGood", "isDone", "isMissing", "isPaused"];
+    "restEnd", "lastGood", "isDone", "isMissing", "isPaused", "futileStarts"];
 
-  function stateOf(record, before, now) {
-    const isSame = before !== undefined && isSameRecord(before, record);
+  function stateOf(record, index, before, now) {
+    const isSame = before !== undefined && isSameRecord(before, record, index);
     if (isSame && isQuiet(before, now)) return before;
     const judged = isSame && isNextKnown(before, now) ? before : judge(record);
     const state = observe({
       record: record,
+      index: index, // in the joined list
       options: options(record),
       set: host.records.nameOf(record),
       takesPart: judged.takesPart,
@@ -140,8 +144,12 @@
     update(records) {
       const now = lookAround();
       if (now.zone !== around.zone) states = [];
-      states = records.filter(host.records.isDictionary)
-        .map((record, index) => stateOf(record, states[index], now));
+      const before = states;
+      states = [];
+      records.forEach((record, index) => {
+        if (!host.records.isDictionary(record)) return;
+        states.push(stateOf(record, index, before[states.length], now));
+      });
       around = now;
       return states;
     },

@@ -89,6 +89,7 @@
     moreMenu: moreMenu,
     tracing: items.tracing,
     build: build,
+    status: () => items.status.title,
 
     // `situation` is {run, pause, hasApplication}.
     show(states, situation, now) {

@@ -140,6 +140,14 @@
              body: volume + " has been missing since " + host.texts.moment(since, now) + "." };
   }
 
+  // What fails is told of as that.
+  function unrecorded(state, now) {
+    if (state.futileStarts === 0 || state.failedAt !== null) return null;
+    return { day: host.records.dayNumber(now),
+             body: "It was started " + state.futileStarts + " times. As long as no run is recorded, " +
+               "it is due, and may keep other backups from being started." };
+  }
+
   const REASONS = [
     { name: "failed", find: failed, many: " backups failed",
       one: (set) => "The backup of " + set + " failed" },
@@ -147,6 +155,8 @@
       one: (set) => "The backup of " + set + " is overdue" },
     { name: "missing", find: missed, many: " backups wait for their volumes",
       one: (set) => "The backup of " + set + " waits for its volume" },
+    { name: "unrecorded", find: unrecorded, many: " backups are started but never recorded",
+      one: (set) => "The backup of " + set + " is started but never recorded" },
   ];
 
   // Many at once make one notification.
@@ -165,7 +175,8 @@
   function relevant(states, now) {
     if (missing.size + idleTicks.size > 0) return states;
     return states.filter(
-      (state) => state.failedAt !== null || state.isMissing || now >= state.lateFrom);
+      (state) => state.failedAt !== null || state.isMissing || now >= state.lateFrom ||
+        state.futileStarts > 0);
   }
 
   function tell(reason, states, now) {

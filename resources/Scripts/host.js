@@ -41,6 +41,7 @@
     applicationDidFinishLaunching() {
       host.log.open();
       host.settings.reload();
+      host.documents.warn();
       if (host.application.found === null) {
         DDLog.error("neither Kelvara+ nor kvbackup is installed: no backup can be started");
       }
@@ -65,9 +66,11 @@
     reloadMenuNow(list) {
       records = list;
       host.states.beginTick();
+      host.recording.beginTick(list);
       host.running.beginTick(list);
       if (host.timer === null) return;
       host.settings.reload();
+      host.documents.warn();
       showIcon();
       host.refresh();
       host.notifications.tell(host.states.list(), host.running.present() !== null);
@@ -88,12 +91,16 @@
       return host.application.isOpen() ? 1 : 0;
     },
 
+    describeState: () => host.describe(),
+
     backupNow(set) {
+      host.recording.noteStart(String(set));
       host.running.launch(String(set));
       host.refresh();
     },
 
     backupNowViaScript(set) {
+      host.recording.noteStart(String(set));
       host.running.request(String(set));
       host.refresh();
     },

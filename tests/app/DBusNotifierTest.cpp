@@ -8,11 +8,11 @@
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <QElapsedTimer>
-#include <QProcess>
 #include <optional>
 #include <vector>
 
 #include "platform/linux/Descriptor.h"
+#include "tests/app/PrivateBus.h"
 #include "tests/support/RunUntil.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
@@ -22,32 +22,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// A bus of the test's own, which starts no services.
-class PrivateBus {
- public:
-  explicit PrivateBus(const std::string& folder) {
-    writeFile(folder + "/bus.conf", "<busconfig><type>session</type><listen>unix:path=" + folder +
-                                        "/bus</listen><policy context='default'>"
-                                        "<allow send_destination='*' eavesdrop='true'/>"
-                                        "<allow eavesdrop='true'/><allow own='*'/>"
-                                        "</policy></busconfig>");
-    daemon_.start("dbus-daemon", {"--config-file=" + QString::fromStdString(folder) + "/bus.conf",
-                                  "--nofork", "--nopidfile", "--print-address"});
-    while (!daemon_.canReadLine() && daemon_.waitForReadyRead()) {
-    }
-    address = daemon_.readLine().trimmed();
-  }
-  ~PrivateBus() {
-    daemon_.kill();
-    daemon_.waitForFinished();
-  }
-
-  QByteArray address;
-
- private:
-  QProcess daemon_;
-};
 
 /// The desktop's part: keeps what it is to show.
 class NotificationService final : public QDBusVirtualObject {

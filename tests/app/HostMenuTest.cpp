@@ -388,7 +388,7 @@ TEST(HostMenu, TellsOfOverdueSetsWhenNothingStartsThem) {
     taken.setTime(time + ":20");
     taken.script("ran('Other', 'ok', fake.now); poll()");
   }
-  EXPECT_EQ(busy.notices() + paused.notices() + taken.notices(), "");
+  EXPECT_THAT(busy.notices() + paused.notices() + taken.notices(), Not(HasSubstr("overdue")));
 }
 
 TEST(HostMenu, TellsOfAVolumeThatIsMissingForADay) {
@@ -419,6 +419,78 @@ TEST(HostMenu, TellsOfAVolumeThatIsMissingForADay) {
   world.writeDocument({});
   world.tickAt("2024-03-06 09:03:00");
   EXPECT_EQ(world.show("JSON.parse(fake.files['/s/notified.json']).missing.length"), "0");
+}
+
+TEST(HostMenu, WarnsOfASetThatIsStartedAgainAndAgainAndNeverRecorded) {
+  const ScopedEnvironment zone("TZ", "UTC0");
+  const auto due = Task("Docs").daily("00:00").lastRun("4");
+  const char* const kEndsSilently =
+      "fake.processes = ['kvbackup Qm3x7P Docs']; poll();"
+      "fake.now += 5000; fake.processes = []; poll()";
+  MenuWorld world({due});
+  const auto launchAt = [&](const std::string& time, const char* end) {
+    EXPECT_EQ(world.tickAt("2024-03-05 " + time + ":00"), kStartDocs) << time;
+    world.setTime("2024-03-05 " + time + ":05");
+    world.script(end);
+  };
+  const auto hasWarned = [&] {
+    return world.events().find("Docs: started 5 times, and no run") != std::string::npos;
+  };
+  for (const char* time : {"09:01", "09:02", "09:03", "09:04"}) launchAt(time, kEndsSilently);
+  EXPECT_FALSE(hasWarned());
+  // A run is recorded, and the count begins anew.
+  world.writeDocument({Task("Docs").daily("00:00").lastRun("5")});
+  world.tickAt("2024-03-05 09:05:00");
+  world.writeDocument({due});
+  world.tickAt("2024-03-05 09:05:57", "fake.processes = ['kvbackup run Other']");
+  world.script("fake.processes = []");
+  for (const char* time : {"09:06", "09:08", "09:09", "09:10"}) launchAt(time, kEndsSilently);
+  EXPECT_FALSE(hasWarned()) << world.events();
+  launchAt("09:11", kEndsSilently);
+  EXPECT_TRUE(hasWarned());
+  EXPECT_EQ(world.line(1),
+            "Docs: daily 00:00, running since 09:11; started 5 times, never recorded");
+  EXPECT_EQ(world.notices(), "");
+  launchAt("09:12", kEndsSilently);
+  launchAt("09:13", kEndsSilently);
+  EXPECT_EQ(world.notices(),
+            "The backup of Docs is started but never recorded | It was started 5 times. As long as "
+            "no run is recorded, it is due, and may keep other backups from being started.");
+  world.writeDocument({Task("Docs").daily("00:00").lastRun("5")});
+  world.tickAt("2024-03-05 09:14:00");
+  EXPECT_EQ(world.line(1), "Docs: daily 00:00, next tomorrow 00:00");
+
+  // Failures spread the starts out, and are told of as failures.
+  MenuWorld failing({due});
+  for (const char* time : {"09:01", "09:07", "09:18", "09:39", "10:20"}) {
+    EXPECT_EQ(failing.tickAt(std::string("2024-03-05 ") + time), kStartDocs) << time;
+    failing.script("ran('Docs', 'failed', fake.now + 1000); fake.now += 5000; poll()");
+  }
+  failing.tickAt("2024-03-05 10:21:00");
+  EXPECT_THAT(failing.events(), HasSubstr("Docs: started 5 times, and no run"));
+  EXPECT_EQ(failing.line(1),
+            "Docs: daily 00:00, failed, next try 11:40; started 5 times, never recorded");
+  EXPECT_THAT(failing.notices(), Not(HasSubstr("never recorded")));
+}
+
+TEST(HostMenu, DescribesItselfToOtherPrograms) {
+  const ScopedEnvironment zone("TZ", "UTC0");
+  MenuWorld world({docs(), Task("Mail").daily("00:00").lastRun("4")},
+                  "ran('Docs', 'ok', Date.UTC(2024, 2, 4, 9))");
+  world.tickAt("2024-03-05 09:01:00");
+  world.script("pick('Pause', 'For 1 hour')");
+  EXPECT_EQ(
+      world.show("host.log.path = () => '/log'; JSON.stringify(application.delegate"
+                 ".describeState())"),
+      R"({"application":"kvbackup","log":"/log","status":"Backing up Mail since 09:01",)"
+      R"("pause":{"until":"2024-03-05T10:01:00.000Z"},)"
+      R"("run":{"set":"Mail","since":"2024-03-05T09:01:00.000Z"},"sets":[)"
+      R"({"index":0,"name":"Docs","state":"daily 09:30, last run yesterday 09:00, next tomorrow )"
+      R"(09:30","takesPart":true,"next":"2024-03-06T09:30:00.000Z","lastGood":)"
+      R"("2024-03-04T09:00:00.000Z","lastFailed":null,"futileStarts":0},)"
+      R"({"index":1,"name":"Mail","state":"daily 00:00, running since 09:01","takesPart":true,)"
+      R"("next":"2024-03-05T09:00:00.000Z","lastGood":null,"lastFailed":null,)"
+      R"("futileStarts":0}]})");
 }
 
 TEST(HostMenu, UnderstandsTheSettingsAndSaysWhatIsWrong) {

@@ -27,7 +27,7 @@ inline std::string defaultHost() {
 constexpr const char* kFakeMachine = R"(
   var fake = {installed: ['/p/kvbackup'], processes: [], history: [], started: [], now: 0,
               polls: [], debug: undefined, present: {}, looks: 0,
-              files: {}, isDiskFull: false, notices: [], opened: [], icon: []};
+              files: {}, others: {}, isDiskFull: false, notices: [], opened: [], icon: []};
   Date.now = () => fake.now;
   system = {
     programFolder: '/p', historyFile: '/h', stateFolder: '/s', settingsFolder: '/c',
@@ -38,6 +38,7 @@ constexpr const char* kFakeMachine = R"(
       return fake.processes.map((line, i) => ({pid: i, arguments: line.split(' ')}));
     },
     readTail: () => fake.history.join('\n'),
+    whoElseMayChange: path => fake.others[path],
     destinationPresent: path => path !== '/disk/Gone' || fake.present[path] === true,
     environment: name => name === 'KVSCHEDULER_DEBUG' ? fake.debug : undefined,
     after: (seconds, action) => fake.polls.push(action),
@@ -98,8 +99,8 @@ struct HostWorld : ScriptWorld {
   std::string events() {
     value("DDLog.flushLog()");
     std::string text;
-    for (const auto& file : std::filesystem::directory_iterator(home / "Library/Logs/app_tests")) {
-      text += readFile(file.path());
+    for (const auto& file : std::filesystem::recursive_directory_iterator(home / "Library/Logs")) {
+      if (file.is_regular_file()) text += readFile(file.path());
     }
     return text;
   }

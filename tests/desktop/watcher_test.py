@@ -192,10 +192,14 @@ class MissingPartsTest(WatcherTest):
         self.assertNotIn("libkv_desktop", self.maps())
 
     def test_display_that_refuses(self):
-        session = self.new_session()
-        session.environment["DISPLAY"] = ":nonexistent"
-        self.start('system.after(0.2, () => console.log("runs on"));', session)
-        self.agent.wait_until_said("runs on")
+        for platform in [None, "xcb", "nonsense"]:
+            session = self.new_session()
+            session.environment["DISPLAY"] = ":nonexistent"
+            if platform is not None:
+                session.environment["QT_QPA_PLATFORM"] = platform
+            self.start('system.after(0.2, () => console.log("runs on with " + '
+                       'system.environment("QT_QPA_PLATFORM")));', session)
+            self.agent.wait_until_said(f"runs on with {platform or 'undefined'}")
 
     def test_no_bus(self):
         self.start('system.after(0.2, () => console.log("runs on"));',
