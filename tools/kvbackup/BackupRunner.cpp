@@ -159,9 +159,8 @@ void BackupRunner::record(const RunReport& report) {
       recordRun(set, report.start, environment_.clock.now());
     });
   } catch (const Refusal& refusal) {
-    throw Refusal(
-        ExitStatus::kCopyNotRecorded,
-        fmt::format("the copy is complete, but the run could not be recorded: {}", refusal.what()));
+    throw Refusal(ExitStatus::kCopyNotRecorded,
+                  fmt::format("{}: {}", kRunNotRecorded, refusal.what()));
   }
 }
 

@@ -86,7 +86,12 @@ std::map<std::string, History::LastRun> History::lastRuns() const {
     const auto set = textField(line, "set");
     const auto end = dateFromUtcStamp(textField(line, "end").value_or(""));
     const auto result = textField(line, "result");
-    if (set && end && result) runs[*set] = {*end, *result};
+    if (!set || !end || !result) continue;
+    const auto start = dateFromUtcStamp(textField(line, "start").value_or(""));
+    runs[*set] = {.end = *end,
+                  .result = *result,
+                  .start = start.value_or(*end),
+                  .message = textField(line, "message").value_or("")};
   }
   return runs;
 }

@@ -22,6 +22,10 @@ struct RunReport {
   std::string message = {};
 };
 
+/// How the message of a run begins that copied all and could not write that into the documents.
+inline constexpr const char* kRunNotRecorded =
+    "the copy is complete, but the run could not be recorded";
+
 /// "ok", "failed" or "interrupted".
 const char* resultName(RunReport::Result result);
 
@@ -40,6 +44,9 @@ class History {
   struct LastRun {
     Date end;
     std::string result;
+    /// The end where the line tells no start.
+    Date start;
+    std::string message;
   };
 
   /// The latest run of each set, as far as the last megabyte of the file tells.

@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "platform/HarmlessText.h"
 #include "platform/Utf8.h"
 
 namespace kv {
@@ -24,12 +25,7 @@ bool isPlainText(std::string_view text) {
 }
 
 std::string shown(std::string_view text) {
-  std::string result;
-  while (!text.empty()) {
-    const char32_t character = takeUtf8(text);
-    appendUtf8(result, isControl(character) ? U'?' : character);
-  }
-  return result;
+  return harmless(text, '?');
 }
 
 std::size_t characterCount(std::string_view text) {

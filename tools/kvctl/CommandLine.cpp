@@ -16,9 +16,16 @@
 #include "platform/linux/PosixFiles.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/UserPaths.h"
+#include "tools/kvctl/CheckCommand.h"
 #include "tools/kvctl/Context.h"
 #include "tools/kvctl/ExitStatus.h"
+#include "tools/kvctl/ForecastCommand.h"
 #include "tools/kvctl/ListCommand.h"
+#include "tools/kvctl/RecordCommand.h"
+#include "tools/kvctl/ReplayCommand.h"
+#include "tools/kvctl/StatusCommand.h"
+#include "tools/kvctl/TraceCommand.h"
+#include "tools/kvctl/WhyCommand.h"
 
 namespace kv::kvctl {
 namespace {
@@ -119,6 +126,7 @@ Context contextFor(const CommonOptions& options) {
   context.historyFile = historyFile();
   context.programFolder = programFolder();
   context.bundle = options.bundle.value_or(context.programFolder + "/../share/KVScheduler");
+  context.isInstalledBundle = !options.bundle;
   context.isOwnHome = !options.home;
   context.asJson = options.asJson;
   context.style = styleFor(options.colour);
@@ -135,7 +143,14 @@ Context contextFor(const CommonOptions& options) {
 }
 
 void addCommands(CommandLine& line) {
+  addCheckCommand(line.app, line.selection);
+  addStatusCommand(line.app, line.selection);
   addListCommand(line.app, line.selection);
+  addForecastCommand(line.app, line.selection);
+  addTraceCommand(line.app, line.selection);
+  addRecordCommand(line.app, line.selection);
+  addReplayCommand(line.app, line.selection);
+  addWhyCommand(line.app, line.selection);
 }
 
 /// False when all is done (--help, --version).

@@ -29,6 +29,7 @@ struct Context {
   std::string programFolder;
   /// The folder with the host's scripts.
   std::string bundle;
+  bool isInstalledBundle = true;
   std::string traceFile = "/tmp/KVScheduler.txt";
   /// False with --at: what a running agent says is of no use then.
   bool isAboutNow = true;
