@@ -20,7 +20,7 @@ import sys
 import time
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
-PROGRAMS = PROJECT / "build/release/bin"
+PROGRAMS = pathlib.Path(os.environ.get("KV_PROGRAMS", PROJECT / "build/release/bin"))
 TRACE = pathlib.Path("/tmp/KVScheduler.txt")
 PATIENCE_SECONDS = 180
 LOOK_EVERY_SECONDS = 0.2

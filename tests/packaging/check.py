@@ -14,7 +14,11 @@ import xml.etree.ElementTree
 
 DESKTOP_ID = "com.kelvara.KVScheduler"
 COMMANDS = {"KVScheduler": (),
-            "kvbackup": ("add", "edit", "remove", "hold", "release", "run", "list")}
+            "kvbackup": ("add", "edit", "remove", "hold", "release", "run", "list"),
+            "kvctl": ("status", "list", "why", "forecast", "check", "trace", "record", "replay")}
+
+# Programs whose own options may also stand behind a command.
+TAKES_OPTIONS_ANYWHERE = {"kvctl"}
 
 
 def run(*command, **options):
@@ -65,6 +69,10 @@ def unit(prefix):
     expect(not said, said)
     start = f'ExecStart="{prefix}/bin/KVScheduler"\n'
     expect(start in path.read_text(), f"{path} starts another program")
+    # Whatever else is set reaches the backups, as the unit says.
+    settings = set(re.findall(r"(?m)^(\w+)=", path.read_text().partition("[Service]")[2]))
+    expect(settings <= {"ExecStart", "Restart", "RestartSec", "KillMode", "OOMPolicy",
+                        "TimeoutStopSec", "WantedBy"}, f"{path} sets {sorted(settings)}")
 
 
 def manuals(prefix):
@@ -97,6 +105,9 @@ OFFERS = (
     ("kvbackup run -- -", {"-x"}),
     ("kvbackup hold Ann", {r"Ann\'s\ \"old\"\ \\mail"}),
     ("kvbackup hold 'Ann", {r"""Ann'\''s "old" \mail"""}),
+    ("kvctl f", {"forecast"}),
+    ("kvctl --json forecast --a", {"--absent", "--asleep", "--at"}),
+    ("kvctl why D", {"Docs"}),
     ("kvbackup hold \"Ann", {r"""Ann's \"old\" \\mail"""}),
 )
 OFFER = r"""
@@ -128,6 +139,8 @@ def bash(prefix):
             expect(got == {word.format(home=home) for word in wanted}, f"{typed}: {sorted(got)}")
         for words in [(name, *command) for name in COMMANDS for command in calls(name)]:
             got, wanted = offered((*words, "--")), options_of(prefix / "bin" / words[0], words[1:])
+            if words[0] in TAKES_OPTIONS_ANYWHERE and words[1:]:
+                wanted |= options_of(prefix / "bin" / words[0], ()) - {"--version"}
             expect(got == wanted, f"{words}: {sorted(got)}, not {sorted(wanted)}")
 
 
@@ -147,7 +160,9 @@ def zsh(prefix):
 
 
 def bundle(prefix):
-    """The installed agent finds the whole installed bundle."""
+    """The installed agent finds the whole installed bundle, which others cannot change."""
+    for path in [prefix / "share/KVScheduler", *(prefix / "share/KVScheduler").rglob("*")]:
+        expect(not path.stat().st_mode & 0o002, f"{path}: everybody may change it")
     probe = prefix / "share/KVScheduler/Scripts/zz-probe.js"
     with tempfile.TemporaryDirectory() as home:
         probe.write_text("""
@@ -164,7 +179,43 @@ def bundle(prefix):
     expect(done.returncode == 7, f"the agent ended with {done.returncode}, not as the script says")
 
 
-CHECKS = {check.__name__: check for check in (desktop, unit, manuals, bash, zsh, bundle)}
+# What readelf says of a program or module that bears the flags of cmake/Hardening.cmake.
+HARDENED = {
+    "is position independent": r"Type: +DYN ",
+    "has its tables made read-only": r"GNU_RELRO",
+    "resolves all names at start": r"FLAGS\).* BIND_NOW|FLAGS_1\).* NOW",
+    "has a stack that is no code": r"GNU_STACK .* RW +0x",
+    "guards its stack": r"UND __stack_chk_fail",
+}
+COMPILED_WITH = ("-fstack-protector-strong", "-fstack-clash-protection")
+ENDBR64 = b"\xf3\x0f\x1e\xfa"  # where an indirect jump may land
+
+
+def hardening(prefix):
+    programs = list((prefix / "bin").iterdir())
+    modules = list(prefix.glob("lib/**/KVScheduler/*.so"))
+    expect(programs and modules, f"{prefix} holds no programs or no modules")
+    for path in programs + modules:
+        said = run("readelf", "-W", "--file-header", "--program-headers", "--dynamic", "--dyn-syms",
+                   path)
+        for what, sign in HARDENED.items():
+            expect(re.search(sign, said), f"{path}: nothing shows that it {what}")
+        expect("TEXTREL" not in said, f"{path} changes its code as it is loaded")
+        if path in programs:
+            expect(re.search(r"FLAGS_1\).* PIE", said), f"{path} is no program for any address")
+            checked = set(re.findall(r"UND (__\w+_chk)@", said))
+            expect(checked, f"{path} calls no checked functions of the C library")
+        if "X86-64" in said:
+            expect(path.read_bytes().count(ENDBR64) > 100, f"{path} lets jumps land anywhere")
+        # A stack that grows page by page shows only in what the compiler notes beside the code.
+        for line in run("readelf", "--string-dump=.debug_str", path).splitlines():
+            if "GNU C++" in line:
+                missing = [flag for flag in COMPILED_WITH if flag not in line]
+                expect(not missing, f"{path}: a source was compiled without {missing}: {line}")
+
+
+CHECKS = {check.__name__: check
+          for check in (desktop, unit, manuals, bash, zsh, bundle, hardening)}
 
 if __name__ == "__main__":
     CHECKS[sys.argv[2]](pathlib.Path(sys.argv[1]).resolve())
