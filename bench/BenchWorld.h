@@ -120,7 +120,7 @@ class ScriptWorld {
  private:
   static Bundle bundle() {
     PosixFiles files;
-    return Bundle::load(files, KV_BENCH_BUNDLE);
+    return Bundle::load(files, KV_BENCH_BUNDLE, Bundle::Origin::kElsewhere);
   }
 
   static Application::Environment environment(BenchWorld& world) {

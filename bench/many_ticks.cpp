@@ -17,6 +17,7 @@
 #include <string>
 
 #include "bench/BenchWorld.h"
+#include "platform/linux/CompactHeap.h"
 
 namespace {
 
@@ -37,6 +38,7 @@ Usage usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kv::restartWithCompactHeap(argv);  // as the agent does
   constexpr int kSets = 200;
   constexpr int kThousand = 1000;
   const QCoreApplication application(argc, argv);

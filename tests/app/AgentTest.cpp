@@ -54,6 +54,28 @@ TEST_F(AgentTest, EndsCleanlyOnASignalEvenOneThatItsParentBlocked) {
   }
 }
 
+TEST_F(AgentTest, IsStartedAnewUnderItsNameWithTheEnvironmentOfItsUser) {
+  folders_.writeScript(R"(
+      application.delegate = {
+        applicationDidFinishLaunching() {
+          console.log("allocator:", system.environment("GLIBC_TUNABLES"));
+        },
+      };)");
+  const struct {
+    QStringList wrapper;
+    const char* allocator;
+  } kCases[] = {
+      {{"/usr/bin/env", "-u", "GLIBC_TUNABLES"}, "allocator: undefined\n"},
+      {{"/usr/bin/env", "GLIBC_TUNABLES=glibc.malloc.perturb=7"},
+       "allocator: glibc.malloc.perturb=7\n"},
+  };
+  for (const auto& one : kCases) {
+    AgentProcess agent(folders_, one.wrapper);
+    EXPECT_TRUE(agent.waitFor(one.allocator)) << agent.errors();
+    EXPECT_EQ(readFile("/proc/" + std::to_string(agent.pid()) + "/comm"), "KVScheduler\n");
+  }
+}
+
 TEST_F(AgentTest, AScriptEndsTheAgentWithItsFirstStatus) {
   // A variable of the same name must not cut the program off its delegate.
   const std::string delegate = R"(var application = application || 5;
