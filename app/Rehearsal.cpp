@@ -4,6 +4,7 @@
 
 #include "app/Application.h"
 #include "app/ReadOnlyFiles.h"
+#include "app/StandingScheduler.h"
 #include "platform/BackgroundQueue.h"
 #include "platform/HiddenStatusBar.h"
 #include "scheduler/FieldReaders.h"
@@ -11,24 +12,6 @@
 
 namespace kv {
 namespace {
-
-/// A run loop in which no time passes.
-class StandingRunLoop final : public RunLoop {
- public:
-  std::shared_ptr<RepeatingTimer> scheduleRepeatingTimer(Seconds, std::function<void()>) override {
-    return std::make_shared<Timer>();
-  }
-
- private:
-  class Timer final : public RepeatingTimer {
-   public:
-    void invalidate() override { isValid_ = false; }
-    bool isValid() const override { return isValid_; }
-
-   private:
-    bool isValid_ = true;
-  };
-};
 
 /// Starts nothing.
 class NoLauncher final : public ProcessLauncher {
@@ -41,12 +24,6 @@ class Remarks final : public SystemLog {
  public:
   void write(std::string_view text) override { lines.emplace_back(text); }
   std::vector<std::string> lines;
-};
-
-class TracingItem final : public MenuItem {
- public:
-  std::int32_t state() const override { return 1; }
-  void setState(std::int32_t) override {}
 };
 
 /// Stands between the scheduler and the host, and writes down what is asked and answered.

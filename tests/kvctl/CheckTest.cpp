@@ -318,8 +318,7 @@ TEST(Check, TheTraceFileIsOneThatTracingWritesTo) {
   EXPECT_THAT(home.problems(), ElementsAreArray({"trace-file-unusable"}));
 }
 
-// ---- Starvation: what `check` says, and what the scheduler then does
-// -----------------------------
+// ---- Starvation: what `check` says, and what the scheduler then does -------------------------
 
 /// Which sets begin a run.
 class Runs final : public SimulationObserver {

@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 
 #include "scheduler/FieldReaders.h"
@@ -29,16 +28,6 @@ class ValueTrace final : public Trace {
 
   std::vector<std::string> lines;
 };
-
-constexpr std::array kDayNames = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                  "Thursday", "Friday", "Saturday"};
-
-/// Of the local day, from Sunday on.
-std::size_t weekdayOf(Date date) {
-  static const DateFormatter format("e", DateLocale::fromName("en_US"));
-  const auto number = format.string(date).value_or("1");
-  return static_cast<std::size_t>(number.front() - '1') % kDayNames.size();
-}
 
 std::string localDay(Date date) {
   return localStamp(date).substr(0, sizeof("2026-11-21") - 1);
@@ -179,10 +168,10 @@ std::optional<std::string> Explainer::whyDayRuleSaysNo(Case& one) {
     if (!isToday && isChosen) {
       return fmt::format(
           "is chosen for {}s, but where the week starts on Monday no {} ever matches{}",
-          kDayNames[today], kDayNames[today], nextText(one, "; next chance "));
+          weekdayWord(today), weekdayWord(today), nextText(one, "; next chance "));
     }
     if (!isToday) {
-      return fmt::format("is not due: today is {}, and it is set for {}{}", kDayNames[today],
+      return fmt::format("is not due: today is {}, and it is set for {}{}", weekdayWord(today),
                          fmt::join(one.backup.weekdays(), ", "), nextText(one, "; next chance "));
     }
   }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "app/ReadOnlyFiles.h"
+#include "app/StandingScheduler.h"
 #include "platform/linux/PosixFiles.h"
 #include "scheduler/KVTimer.h"
 #include "tools/kvctl/Context.h"
@@ -15,26 +16,6 @@
 
 namespace kv::kvctl {
 namespace {
-
-/// No time passes.
-class StandingRunLoop final : public RunLoop {
- public:
-  std::shared_ptr<RepeatingTimer> scheduleRepeatingTimer(Seconds, std::function<void()>) override {
-    return std::make_shared<Timer>();
-  }
-
- private:
-  class Timer final : public RepeatingTimer {
-    void invalidate() override {}
-    bool isValid() const override { return false; }
-  };
-};
-
-class TracingItem final : public MenuItem {
- public:
-  std::int32_t state() const override { return 1; }
-  void setState(std::int32_t) override {}
-};
 
 std::string questionText(const HostAnswer& question) {
   switch (question.question) {

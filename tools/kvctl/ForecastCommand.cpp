@@ -151,12 +151,7 @@ int runForecast(const Context& context, const ForecastOptions& options) {
   const auto view = viewFor(context, options, subject);
   view->begin();
   view->end(forecast(subject.sets, subject.plan, *view));
-  for (const std::string& path : sets.unreadable()) {
-    throw Refusal(ExitStatus::kUnreadable,
-                  fmt::format("{} cannot be read as a list of backup sets; the scheduler sees none "
-                              "of those in it",
-                              path));
-  }
+  sets.refuseUnreadable();
   return static_cast<int>(ExitStatus::kDone);
 }
 

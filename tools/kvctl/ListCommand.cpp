@@ -83,12 +83,7 @@ int list(const Context& context) {
   } else {
     print(table.text(context.style));
   }
-  for (const std::string& path : sets.unreadable()) {
-    throw Refusal(ExitStatus::kUnreadable,
-                  fmt::format("{} cannot be read as a list of backup sets; the scheduler sees none "
-                              "of those in it",
-                              path));
-  }
+  sets.refuseUnreadable();
   return static_cast<int>(ExitStatus::kDone);
 }
 

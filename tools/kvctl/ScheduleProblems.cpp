@@ -25,16 +25,6 @@ using Severity = Problem::Severity;
 constexpr Seconds kDay{24.0 * 3600};
 /// A next-due date may be rounded up to the whole minute.
 constexpr Seconds kRounding{60};
-constexpr std::array kDayNames = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                  "Thursday", "Friday", "Saturday"};
-
-/// Of the local day, from Sunday on.
-std::size_t weekdayOf(Date date) {
-  static const DateFormatter format("e", DateLocale::fromName("en_US"));
-  const auto number = format.string(date).value_or("1");
-  return static_cast<std::size_t>(number.front() - '1') % kDayNames.size();
-}
-
 PropertyList weeklyOn(std::size_t day) {
   PropertyList::Dictionary options;
   options.set("dayWeekOrHour", std::int64_t{kWeekly});
@@ -48,7 +38,7 @@ PropertyList weeklyOn(std::size_t day) {
 std::string namesOf(const Weekdays& days) {
   std::string names;
   for (std::size_t day = 0; day < days.size(); ++day) {
-    if (days[day]) names += (names.empty() ? "" : ", ") + std::string(kDayNames[day]);
+    if (days[day]) names += (names.empty() ? "" : ", ") + std::string(weekdayWord(day));
   }
   return names;
 }

@@ -13,6 +13,12 @@
 #include "tools/kvctl/ExitStatus.h"
 
 namespace kv::kvctl {
+namespace {
+
+constexpr std::array kDayWords = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                  "Thursday", "Friday", "Saturday"};
+
+}  // namespace
 
 std::string SetEntry::shownName() const {
   return name.empty() ? fmt::format("set {} (no name)", index + 1) : shown(name);
@@ -54,6 +60,25 @@ std::vector<std::string> Sets::unreadable() const {
     if (document.state == ScheduleDocument::State::kUnreadable) paths.push_back(document.path);
   }
   return paths;
+}
+
+void Sets::refuseUnreadable() const {
+  for (const std::string& path : unreadable()) {
+    throw Refusal(ExitStatus::kUnreadable,
+                  fmt::format("{} cannot be read as a list of backup sets; the scheduler sees none "
+                              "of those in it",
+                              path));
+  }
+}
+
+std::size_t weekdayOf(Date date) {
+  static const DateFormatter format("e", DateLocale::fromName("en_US"));
+  const auto number = format.string(date).value_or("1");
+  return static_cast<std::size_t>(number.front() - '1') % kDayWords.size();
+}
+
+const char* weekdayWord(std::size_t day) {
+  return kDayWords.at(day);
 }
 
 std::string dayStamp(Date date) {

@@ -31,7 +31,7 @@ struct SetEntry {
 ///
 /// Threads    any, one at a time.
 /// Ownership  the entries point into the documents, which it owns.
-/// Errors     find() throws Refusal (kUnknownSet).
+/// Errors     find() throws Refusal (kUnknownSet); see refuseUnreadable().
 class Sets {
  public:
   explicit Sets(const Context& context);
@@ -46,6 +46,8 @@ class Sets {
   const TaskList& list() const { return list_; }
   /// The documents that exist and cannot be read as a list of sets.
   std::vector<std::string> unreadable() const;
+  /// Throws Refusal (kUnreadable) when there is one: after all that could be told has been.
+  void refuseUnreadable() const;
 
  private:
   DocumentStore::Documents documents_;
@@ -55,6 +57,11 @@ class Sets {
 
 /// "Mon 2026-11-23 09:30", local.
 std::string dayStamp(Date date);
+
+/// The weekday on which `date` falls locally: 0 is Sunday.
+std::size_t weekdayOf(Date date);
+/// "Sunday" for 0.
+const char* weekdayWord(std::size_t day);
 
 /// How long `span` is, in words: "5 min", "2 h 30 min", "3 days".
 std::string spanText(Seconds span);

@@ -218,8 +218,7 @@ Problem starvedByStuck(const CheckSubject& subject, const SetEntry& set, const E
   return problem;
 }
 
-// ---- Minute sets that are always busy
-// ------------------------------------------------------------
+// ---- Minute sets that are always busy ---------------------------------------------------------
 
 struct BusySet {
   const SetEntry* set;
