@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "app/StartupError.h"
 #include "platform/linux/PosixFiles.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/UserPaths.h"
@@ -187,6 +188,8 @@ int runCommandLine(const std::vector<std::string>& arguments) {
     return line.selection.run(contextFor(line.options));
   } catch (const Refusal& refusal) {
     return complain(refusal.status(), refusal.what());
+  } catch (const StartupError& error) {  // of the host's scripts
+    return complain(ExitStatus::kUnreadable, error.what());
   } catch (const std::exception& error) {
     return complain(ExitStatus::kUnexpected, error.what());
   }
