@@ -32,6 +32,18 @@ std::string_view bareLocaleName(std::string_view posixName) {
   return usable ? name : "C";
 }
 
+/// False for what looks like a name but cannot be any: ICU crashes on some (of too long a language,
+/// for one), and of others ("ar_") it takes the keywords for a part of the name, so that digits
+/// would be the country's.
+bool isUnderstood(const std::string& identifier) {
+  const icu::Locale locale(identifier.c_str());
+  if (locale.isBogus()) return false;
+  UErrorCode status = U_ZERO_ERROR;
+  char digits[8] = "";
+  locale.getKeywordValue("numbers", digits, sizeof(digits), status);
+  return U_SUCCESS(status) && std::string_view(digits) == "latn";
+}
+
 /// A date holds no more than some tenths of a microsecond: a millisecond that was put in lies a
 /// little below itself when it comes out. A second never becomes the next one.
 double wholeMilliseconds(Date date) {
@@ -51,10 +63,7 @@ DateLocale DateLocale::fromName(std::string_view posixName) {
   // stays the locale's own is the day on which its week starts.
   constexpr std::string_view kKeywords = "@calendar=gregorian;numbers=latn";
   auto identifier = std::string(name).append(kKeywords);
-  // A name that looks like one but cannot be any, of too long a language for one, crashes ICU.
-  if (icu::Locale(identifier.c_str()).isBogus()) {
-    identifier = std::string(kAmericanEnglish).append(kKeywords);
-  }
+  if (!isUnderstood(identifier)) identifier = std::string(kAmericanEnglish).append(kKeywords);
   return {identifier};
 }
 

@@ -85,8 +85,15 @@ class DDFileLoggerTest : public ::testing::Test {
   void sayAsBacklog(const std::vector<std::string>& texts) {
     Gate gate(*DDLog::loggingQueue());
     for (const auto& text : texts) say(text, true);
+    letTheLoggerRest();
     gate.open();
     DDLog::flushLog();
+  }
+  /// Until its worker is done with what came before: else it would get the lines one by one.
+  void letTheLoggerRest() {
+    QueueState& queue = logger->loggerQueue()->state();
+    while (!queue.tryOwn()) std::this_thread::yield();
+    queue.release();
   }
   DDLogFileManagerDefault::Environment managerEnvironment() {
     DDLogFileManagerDefault::Environment environment;

@@ -31,6 +31,7 @@ TEST(DateFormatter, RendersLocalTimeInAsciiDigits) {
       {kBerlin, "fa_IR", "d HHmm", kJuly, "3 1146"},  // neither Persian digits nor calendar
       {kBerlin, "th_TH", "yyyy", kJuly, "2024"},      // not the Buddhist year
       {kBerlin, "no such locale!", "e", kJuly, "4"},
+      {kBerlin, "ar_", "d HHmm", kJuly, "3 1146"},              // keywords are no part of a name
       {kBerlin, "Cj1711846800", "B", kJuly, "in the morning"},  // a name that no library takes
       {"<+0545>-5:45", "C", "HH:mm", kJuly, "15:31"},
       {"UTC0", "C", "HH:mm:ss", -0.5, "23:59:59"},
