@@ -3,6 +3,7 @@
 #include <unicode/calendar.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 #include <algorithm>
@@ -52,6 +53,17 @@ double wholeMilliseconds(Date date) {
   const double fraction = (date.unixSeconds() - seconds) * kMillisecondsPerSecond;
   return seconds * kMillisecondsPerSecond +
          std::min(std::floor(fraction + kLostMilliseconds), kMillisecondsPerSecond - 1);
+}
+
+/// More digits in a row than any date has. ICU divides by a power of ten as large as a fraction of
+/// a second is long, which becomes zero.
+bool holdsEndlessNumber(const icu::UnicodeString& text) {
+  constexpr int kMostDigits = 30;
+  int digits = 0;
+  for (std::int32_t index = 0; index < text.length() && digits <= kMostDigits; ++index) {
+    digits = u_isdigit(text[index]) ? digits + 1 : 0;
+  }
+  return digits > kMostDigits;
 }
 
 }  // namespace
@@ -126,6 +138,7 @@ std::optional<std::string> DateFormatter::string(Date date) const {
 
 std::optional<Date> DateFormatter::date(std::string_view text) const {
   const auto icuText = icu::UnicodeString::fromUTF8({text.data(), int32_t(text.size())});
+  if (holdsEndlessNumber(icuText)) return std::nullopt;
   icu::ParsePosition position(0);
   const UDate parsed = icu_->format->parse(icuText, position);
   if (position.getErrorIndex() >= 0 || position.getIndex() != icuText.length()) {

@@ -114,6 +114,8 @@ TEST(DateFormatter, ParsesNothingButWholeAndExactDates) {
         "03/31/2024 02:30:00" /* skipped in spring */, "01/02/2011 06:37:3x"}) {
     EXPECT_EQ(format.date(text), std::nullopt) << text;
   }
+  const DateFormatter fractions("ss.SSS", DateLocale::fromName("C"));
+  EXPECT_EQ(fractions.date("40." + std::string(60, '0')), std::nullopt);  // by which ICU divides
 }
 
 struct LocaleCase {
