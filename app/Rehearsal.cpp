@@ -128,6 +128,7 @@ class Stage {
   Rehearsal::Result play() {
     application_.loadScripts();
     application_.finishLaunching();
+    isListKnown_ = true;  // by the start of the scheduler
     const auto scheduler = application_.scheduler();
     Rehearsal::Result result;
     if (scheduler != nullptr) {
@@ -186,7 +187,6 @@ class Stage {
     isSurvey_ = true;
     scheduler.ScheduleTimer();
     isSurvey_ = false;
-    isListKnown_ = true;
     mayStart_.resize(judgements_->present.size());
     for (const auto& answer : mayStart_) result.mayStart.push_back(answer.value_or(false));
     if (const auto host = application_.delegate()) {

@@ -117,6 +117,7 @@ Problem scriptProblem(const StartupError& error) {
 }
 
 int check(const Context& context) {
+  settleZone();
   const auto application = makeQtApplication();
   Problems problems;
   std::unique_ptr<const Explainer> explainer;

@@ -1,6 +1,7 @@
 #include "tools/kvctl/Context.h"
 
 #include <array>
+#include <cstdlib>
 
 #include "tools/kvbackup/LocalCalendar.h"
 
@@ -13,6 +14,10 @@ std::optional<Date> parseBy(const char* pattern, std::string_view text, DateZone
 }
 
 }  // namespace
+
+void settleZone() {
+  if (std::getenv("TZ") == nullptr) setenv("TZ", ":/etc/localtime", 1);
+}
 
 std::optional<Date> parseTime(std::string_view text, Date now) {
   static constexpr std::array kInstants = {"yyyy-MM-dd'T'HH:mm:ss'Z'", "yyyy-MM-dd'T'HH:mm'Z'"};

@@ -55,6 +55,10 @@ class StandingClock final : public Clock {
   const Date date_;
 };
 
+/// Settles the zone for the rest of the process: without a TZ the C library looks at the file of
+/// the system's zone for each date anew, which is most of what a command costs that handles many.
+void settleZone();
+
 /// Reads a time as people write it, in the local zone: "2026-11-21 09:30", with seconds, with "T",
 /// "2026-11-21" (its midnight), "09:30" (today, as seen from `now`); and instants with "Z". A local
 /// time that the clocks skip or that does not exist is nothing.

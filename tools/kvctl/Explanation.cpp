@@ -9,6 +9,7 @@
 #include "scheduler/FieldReaders.h"
 #include "scheduler/IntervalOrder.h"
 #include "scheduler/NextRun.h"
+#include "scheduler/NoTrace.h"
 #include "scheduler/Rules.h"
 #include "tools/kvbackup/BackupSet.h"
 #include "tools/kvbackup/LocalCalendar.h"
@@ -237,14 +238,14 @@ void Explainer::explainInterval(Case& one) {
 }
 
 bool Explainer::isAnyMinuteSetOverdue() const {
-  ValueTrace unused;
+  NoTrace unused;
   const auto order = overdueIntervalTasks(rehearsal_.list, now_, patterns_, unused);
   return !order.empty() && TaskRecord(*order.front()).type() == kMinutes;
 }
 
 /// The overdue sets because of which the interval order leaves this one out.
 std::vector<std::string> Explainer::hidingSets(const Case& one) {
-  ValueTrace unused;
+  NoTrace unused;
   const auto order = overdueIntervalTasks(rehearsal_.list, now_, patterns_, unused);
   const auto index = [this](const PropertyList* entry) {
     return static_cast<std::size_t>(entry - rehearsal_.list.data());

@@ -144,8 +144,7 @@ std::unique_ptr<ForecastView> viewFor(const Context& context, const ForecastOpti
 }
 
 int runForecast(const Context& context, const ForecastOptions& options) {
-  // Without a TZ the C library looks at this file for each date anew.
-  if (std::getenv("TZ") == nullptr) setenv("TZ", ":/etc/localtime", 1);
+  settleZone();
   const Sets sets(context);
   const ForecastSubject subject = subjectFor(context, options, sets);
   const auto view = viewFor(context, options, subject);

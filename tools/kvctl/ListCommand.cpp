@@ -54,6 +54,7 @@ Json objectOf(const SetEntry& entry, const Sets& sets, const std::optional<Date>
 }
 
 int list(const Context& context) {
+  settleZone();
   const Sets sets(context);
   const DatePatterns patterns(context.locale);
   const Date now = context.clock->now();

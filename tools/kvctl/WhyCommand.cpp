@@ -91,6 +91,7 @@ Json objectOf(const Explanation& one, const Explainer& explainer) {
 }
 
 int why(const Context& context, const std::optional<std::string>& name) {
+  settleZone();
   const auto application = makeQtApplication();
   Explainer explainer(context);
   const auto chosen = explainer.sets().find(name);
