@@ -60,7 +60,11 @@ void TraceFollower::run() {
     const int patience = isBehind_ ? 0 : view_.isHolding() ? kQuietMilliseconds : -1;
     const int count = ::poll(ready.data(), ready.size(), patience);
     if (count < 0 && errno != EINTR) break;
-    if (ready[2].revents != 0 || (ready[0].revents != 0 && signals.take() != 0)) break;
+    if (ready[2].revents != 0) break;
+    if (ready[0].revents != 0 && signals.take() != 0) {
+      lookOnceMore();
+      break;
+    }
     if (count == 0 && !isBehind_) view_.rest();
     std::array<char, 4096> events;
     while (::read(inotify_.number(), events.data(), events.size()) > 0) continue;
@@ -90,6 +94,13 @@ void TraceFollower::look() {
   source_.close();
   drop(fileWatch_);
   isBehind_ = true;  // look for the new one at once
+}
+
+/// For what was written before the signal; not for ever, should somebody go on writing.
+void TraceFollower::lookOnceMore() {
+  constexpr int kMostLooks = 64;
+  look();
+  for (int looks = 1; isBehind_ && looks < kMostLooks; ++looks) look();
 }
 
 void TraceFollower::tryToOpen() {

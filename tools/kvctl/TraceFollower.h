@@ -29,6 +29,7 @@ class TraceFollower {
 
  private:
   void look();
+  void lookOnceMore();
   void tryToOpen();
   void takeBytes();
   void watchFile();
