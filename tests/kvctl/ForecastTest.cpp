@@ -175,8 +175,8 @@ TEST_F(ForecastTest, TellsOfAnIntervalSetThatHoldsUpAnother) {
   EXPECT_EQ(
       listed({Task("Away").hourly("2024-03-05 07:00"),
               Task("Here").hourly("2024-03-05 07:30").option("sethours", 48)}),
-      std::vector<std::string>{"12:21  Here    20 min  every 48 h; due since 08:00: held up by "
-                               "Away, which comes before it and whose destination was away, "
+      std::vector<std::string>{"12:21  Here    20 min  every 48 h; due at the beginning: held up "
+                               "by Away, which comes before it and whose destination was away, "
                                "waited behind Away"});
 }
 

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -48,7 +50,7 @@ class Why : public testing::Test {
     context.traceFile = home / "trace.txt";
   }
 
-  /// The sentences about all sets.
+  /// The sentences about all sets, with those that are started before it where there are any.
   std::vector<std::string> sentences(const PropertyList::Array& records, const char* at) {
     test::writeFile(home / ScheduleDocuments::kFirst,
                     writePropertyList(records, PropertyListEncoding::kXml));
@@ -57,7 +59,9 @@ class Why : public testing::Test {
     Explainer explainer(context);
     std::vector<std::string> found;
     for (const SetEntry& set : explainer.sets().all()) {
-      found.push_back(explainer.explain(set).sentence);
+      const Explanation one = explainer.explain(set);
+      found.push_back(one.sentence);
+      if (!one.before.empty()) found.back() += fmt::format(" << {}", fmt::join(one.before, ", "));
     }
     return found;
   }
@@ -98,29 +102,36 @@ TEST_F(Why, EachSetHasItsReason) {
         "B is never due: no weekday is chosen.", "C is not due yet: it is due today at 10:30."}},
       {"a weekday that never matches",
        {Task("A").weekly("09:30").on(3)},
-       {"A is chosen for Tuesdays, but where the week starts on Monday no Tuesday ever matches."},
+       {"A is chosen for Tuesdays, but where the week starts on Monday, as in de_DE, no Tuesday "
+        "ever "
+        "matches."},
        "de_DE"},
       {"who comes first",
        {Task("A").daily("09:30").field("destinationPath", "/gone"), Task("B").daily("09:30"),
-        Task("C").daily("09:30"), Task("D").minutes("2026-11-24 09:00")},
+        Task("C").daily("09:30"), Task("D").daily("09:30").off(),
+        Task("E").minutes("2026-11-24 09:00"), Task("F").hourly("2026-11-24 09:00")},
        {"A is due, but the host says that its destination /gone is not there to be used "
         "(\"words\").",
         "B is due, and the next tick starts it.",
-        "C is due, but a tick starts one set, and B comes first.",
-        "D is due, but a tick starts one set, and B comes first."}},
+        "C is due, but B comes first, and one backup runs at a time. << B",
+        "D is switched off: it has no active schedule.",
+        "E is due, but B comes first, and one backup runs at a time. << B, C",
+        "F is due since today at 09:00, but intervals of hours wait while one of minutes is "
+        "overdue: E. << B, C, E"}},
       {"the order of intervals",
        {Task("A").hourly("2026-11-24 08:00"), Task("B").minutes("2026-11-24 09:30"),
         Task("C").minutes("2026-11-24 09:45"), Task("D").minutes("2026-11-24 10:20"),
         Task("E").minutes("2026-11-24 09:00"),
         Task("F").minutes("2026-11-24 09:00").without("minhourdate")},
-       {"A is due since today at 08:00, but hour sets wait while a minute set is overdue: E, B.",
-        "B is due, but a tick starts one set, and E comes first.",
+       {"A is due since today at 08:00, but intervals of hours wait while one of minutes is "
+        "overdue: E, B. << E, B",
+        "B is due, but E comes first, and one backup runs at a time. << E",
         "C is due since today at 09:45, but is passed over: B stands before it in the list and has "
-        "been due for longer.",
+        "been due for longer. << E, B",
         "D is not due: its next-due date is today at 10:20, in 20 min.",
         "E is due, and the next tick starts it.",
-        "F is never due: it has no next-due date, which only the backup application writes "
-        "(\"minhourdate\")."}},
+        "F is never due: it has no next-due date (\"minhourdate\"), which a run writes; \"kvbackup "
+        "release\" makes it due now."}},
   };
   for (const auto& one : kCases) {
     context.locale = DateLocale::fromName(one.locale);

@@ -64,7 +64,7 @@ std::string BackupSet::scheduleText() const {
     const auto next = task_.nextDue();
     return fmt::format("every {} {}{}",
                        integerValue(task_.option(isHourly ? "sethours" : "setmins")),
-                       isHourly ? "h" : "min", next ? ", next " + localStamp(*next) : "");
+                       isHourly ? "h" : "min", next ? ", due " + localStamp(*next) : "");
   }
   if (type != kDaily && type != kWeekly) return fmt::format("unknown type {}", type);
   const auto date = timeOfDay();

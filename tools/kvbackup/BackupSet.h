@@ -32,7 +32,7 @@ class BackupSet {
   std::optional<Date> timeOfDay() const;
   std::vector<std::string> weekdays() const;
 
-  /// "daily 09:30", "mon,thu once a day", "every 15 min, next 2024-03-05 10:30".
+  /// "daily 09:30", "mon,thu once a day", "every 15 min, due 2024-03-05 10:30".
   std::string scheduleText() const;
   /// "on", "held", or "off" when the set is not scheduled at all.
   std::string stateText() const;

@@ -165,6 +165,12 @@ std::optional<Date> instantOf(const Json& object, const char* key) {
 
 }  // namespace
 
+bool isAgentRunning(const Context& context) {
+  AgentState state;
+  readLock(state, context);
+  return state.isRunning;
+}
+
 bool askAgent(AgentState& state, const Context& context) {
   const BusQuery query{AgentService::kName, AgentService::kPath, AgentService::kInterface};
   const auto answer = query.allProperties(sessionBusAddress(), state.problem);

@@ -59,7 +59,7 @@ std::string textOf(const Problem& problem, const Style& style) {
   text += wrapped("What to do: " + problem.remedy, kIndent, style.width);
   // Not wrapped: it is to be copied.
   if (!problem.command.empty()) text += "    " + shown(problem.command) + "\n";
-  if (problem.set) text += style.paint("  in " + shown(problem.file), Tone::kDim) + "\n";
+  if (problem.set) text += style.paint("  File: " + shown(problem.file), Tone::kDim) + "\n";
   return text;
 }
 

@@ -39,11 +39,11 @@ std::string localTime(Date date) {
 }
 
 std::string gateText(const TaskRecord& task) {
-  if (!task.isScheduled()) return "closed: the set is not scheduled (\"scheduleIt\" is not 1)";
-  if (task.isInterval()) return "open: the set is scheduled";
-  if (!task.mayRun()) return "closed: the set is held (\"runState\" is off)";
-  if (!hasRule(task)) return "open, but no rule exists for the set's type";
-  return "open: the set is scheduled and not held";
+  if (!task.isScheduled()) return "off: the set is not scheduled (\"scheduleIt\" is not 1)";
+  if (task.isInterval()) return "on: the set is scheduled";
+  if (!task.mayRun()) return "held: the set waits to be released (\"runState\" is off)";
+  if (!hasRule(task)) return "on, but no rule exists for the set's type";
+  return "on: the set is scheduled and not held";
 }
 
 const PropertyList* member(const PropertyList& value, const char* key) {
@@ -98,16 +98,55 @@ std::string momentText(Date date, Date now, DayWord word) {
 }
 
 Explainer::Explainer(const Context& context)
-    : now_(context.clock->now()), patterns_(context.locale), moment_(now_, patterns_) {
+    : now_(context.clock->now()),
+      localeName_(context.locale.identifier.substr(0, context.locale.identifier.find('@'))),
+      patterns_(context.locale),
+      moment_(now_, patterns_) {
   Context standing = context;  // everything is about one moment
   standing.clock = std::make_shared<StandingClock>(now_);
   constexpr int kAttempts = 5;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     sets_ = std::make_unique<Sets>(standing);
     rehearsal_ = Rehearsal::run(rehearsalEnvironment(standing));
-    if (!rehearsal_.hasScheduler || rehearsal_.list == sets_->list()) return;
+    const bool isSame = rehearsal_.list == sets_->list();
+    if (isSame) noteOrder();
+    if (isSame || !rehearsal_.hasScheduler) return;
   }
   throw Refusal(ExitStatus::kUnreadable, "the schedule documents change again and again");
+}
+
+/// In which order the scheduler takes the sets that are due now.
+void Explainer::noteOrder() {
+  NoTrace unused;
+  for (const SetEntry& set : sets_->all()) {
+    const TaskRecord task(*set.record);
+    const bool isDue = isTakingPart(*set.record) && !task.isInterval() &&
+                       judgeByType(task, moment_, unused).has_value();
+    if (isDue && mayStart(set.index)) startableDaySets_.push_back(set.index);
+  }
+  for (const PropertyList* entry : overdueIntervalTasks(rehearsal_.list, now_, patterns_, unused)) {
+    intervalOrder_.push_back(static_cast<std::size_t>(entry - rehearsal_.list.data()));
+  }
+}
+
+bool Explainer::mayStart(std::size_t index) const {
+  return index < rehearsal_.mayStart.size() && rehearsal_.mayStart[index];
+}
+
+/// The sets that are started before this one, which is due.
+std::vector<std::string> Explainer::setsBefore(const SetEntry& set) const {
+  std::vector<std::string> names;
+  const auto add = [&](std::size_t index) { names.push_back(sets_->all()[index].shownName()); };
+  const bool isInterval = TaskRecord(*set.record).isInterval();
+  for (const std::size_t index : startableDaySets_) {
+    if (isInterval || index < set.index) add(index);
+  }
+  if (!isInterval) return names;
+  for (const std::size_t index : intervalOrder_) {
+    if (index == set.index) break;
+    add(index);
+  }
+  return names;
 }
 
 Explanation Explainer::explain(const SetEntry& set) {
@@ -119,7 +158,7 @@ Explanation Explainer::explain(const SetEntry& set) {
   Explanation& result = one.explanation;
   result.gate = gateText(one.task);
   result.rule = backup.scheduleText();
-  result.mayStart = set.index < rehearsal_.mayStart.size() && rehearsal_.mayStart[set.index];
+  result.mayStart = mayStart(set.index);
   result.next = nextDue(*set.record, now_, patterns_);
   const auto never = [&one](const char* why) {
     one.conclude(Explanation::Verdict::kNever, fmt::format("{} is {}.", one.name, why));
@@ -134,6 +173,7 @@ Explanation Explainer::explain(const SetEntry& set) {
   } else {
     explainDay(one);
   }
+  if (result.isDue) result.before = setsBefore(set);
   return result;
 }
 
@@ -168,8 +208,9 @@ std::optional<std::string> Explainer::whyDayRuleSaysNo(Case& one) {
     const bool isChosen = one.task.isWeekdaySelected(static_cast<int>(today) + 1);
     if (!isToday && isChosen) {
       return fmt::format(
-          "is chosen for {}s, but where the week starts on Monday no {} ever matches{}",
-          weekdayWord(today), weekdayWord(today), nextText(one, "; next chance "));
+          "is chosen for {}s, but where the week starts on Monday{} no {} ever matches{}",
+          weekdayWord(today), localeName_.empty() ? "" : ", as in " + localeName_ + ",",
+          weekdayWord(today), nextText(one, "; next chance "));
     }
     if (!isToday) {
       return fmt::format("is not due: today is {}, and it is set for {}{}", weekdayWord(today),
@@ -204,8 +245,8 @@ void Explainer::explainInterval(Case& one) {
                    fmt::format("now: {}", dayStamp(now_))};
   if (!due) {
     one.conclude(Explanation::Verdict::kNever,
-                 fmt::format("{} is never due: it has no next-due date, which only the backup "
-                             "application writes (\"minhourdate\").",
+                 fmt::format("{} is never due: it has no next-due date (\"minhourdate\"), which a "
+                             "run writes; \"kvbackup release\" makes it due now.",
                              one.name));
     return;
   }
@@ -220,41 +261,35 @@ void Explainer::explainInterval(Case& one) {
     explainOutcome(one, *outcome);
     return;
   }
-  result.before = hidingSets(one);
-  if (result.before.empty()) {
+  const auto hiding = hidingSets(one);
+  if (hiding.empty()) {
     explainOutcome(one, Outcome::kAnotherFirst);
     return;
   }
   const std::string since =
       fmt::format("{} is due since {}", one.name, momentText(*due, now_, DayWord::kBare));
-  const std::string others = fmt::format("{}", fmt::join(result.before, ", "));
+  const std::string others = fmt::format("{}", fmt::join(hiding, ", "));
   one.conclude(
       Explanation::Verdict::kWaits,
       one.task.type() == kHourly && isAnyMinuteSetOverdue()
-          ? fmt::format("{}, but hour sets wait while a minute set is overdue: {}.", since, others)
+          ? fmt::format("{}, but intervals of hours wait while one of minutes is overdue: {}.",
+                        since, others)
           : fmt::format("{}, but is passed over: {} stands before it in the list and has "
                         "been due for longer.",
                         since, others));
 }
 
 bool Explainer::isAnyMinuteSetOverdue() const {
-  NoTrace unused;
-  const auto order = overdueIntervalTasks(rehearsal_.list, now_, patterns_, unused);
-  return !order.empty() && TaskRecord(*order.front()).type() == kMinutes;
+  return !intervalOrder_.empty() &&
+         TaskRecord(rehearsal_.list[intervalOrder_.front()]).type() == kMinutes;
 }
 
 /// The overdue sets because of which the interval order leaves this one out.
 std::vector<std::string> Explainer::hidingSets(const Case& one) {
-  NoTrace unused;
-  const auto order = overdueIntervalTasks(rehearsal_.list, now_, patterns_, unused);
-  const auto index = [this](const PropertyList* entry) {
-    return static_cast<std::size_t>(entry - rehearsal_.list.data());
-  };
   std::vector<std::string> names;
-  for (const PropertyList* entry : order) {
-    const std::size_t place = index(entry);
+  for (const std::size_t place : intervalOrder_) {
     if (place == one.explanation.set.index) return {};
-    const TaskRecord other(*entry);
+    const TaskRecord other(rehearsal_.list[place]);
     const bool isOtherKind = other.type() != one.task.type();
     const bool isMoreOverdue = place < one.explanation.set.index &&
                                other.nextDue().value_or(now_) <= one.task.nextDue().value_or(now_);
@@ -290,9 +325,8 @@ void Explainer::explainOutcome(Case& one, Outcome outcome) {
     waits("this tick does not come to it");
     return;
   }
-  result.before = {first->shownName()};
   waits(result.mayStart
-            ? fmt::format("a tick starts one set, and {} comes first", first->shownName())
+            ? fmt::format("{} comes first, and one backup runs at a time", first->shownName())
             : fmt::format("{} comes first; and {}", first->shownName(), whyNotThere(one)));
 }
 

@@ -31,7 +31,7 @@ struct Explanation {
   bool isDue = false;
   /// The host's answer for the set's destination.
   bool mayStart = false;
-  /// Sets that the scheduler takes before this one as long as they are due.
+  /// Of a set that is due: those that are started before it, in their order.
   std::vector<std::string> before = {};
   std::optional<Date> next = std::nullopt;
 };
@@ -57,6 +57,9 @@ class Explainer {
  private:
   struct Case;
 
+  void noteOrder();
+  bool mayStart(std::size_t index) const;
+  std::vector<std::string> setsBefore(const SetEntry& set) const;
   void explainDay(Case& one);
   void explainInterval(Case& one);
   std::optional<std::string> whyDayRuleSaysNo(Case& one);
@@ -72,10 +75,15 @@ class Explainer {
   std::optional<PropertyList> hostFactOf(const SetEntry& set, const char* key) const;
 
   const Date now_;
+  const std::string localeName_;
   const DatePatterns patterns_;
   std::unique_ptr<Sets> sets_;
   Rehearsal::Result rehearsal_;
   LocalMoment moment_;
+  /// Daily and weekly sets that are due and may start, and the overdue intervals; as the scheduler
+  /// takes them, by their places in the list.
+  std::vector<std::size_t> startableDaySets_;
+  std::vector<std::size_t> intervalOrder_;
 };
 
 /// The environment of a rehearsal for what the command line asks about.

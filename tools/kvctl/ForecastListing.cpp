@@ -45,13 +45,18 @@ void ForecastListing::add(const Line& line) {
   subject_.write(text);
 }
 
+/// What is due at the beginning may have been so for long.
+std::string ForecastListing::sinceText(const ForecastRun& run) const {
+  if (run.due <= subject_.plan.begin) return "at the beginning";
+  const bool isOtherDay = localDayOfMonth(run.due) != localDayOfMonth(run.startedAt);
+  return "since " + (isOtherDay ? dayStamp(run.due) : clockText(run.due));
+}
+
 void ForecastListing::runs(const ForecastRun& run) {
   std::string why = ruleText(subject_.sets[run.index]);
   if (run.isLate()) {
     const std::string delay = delayText(run, subject_.names);
-    const bool isOtherDay = localDayOfMonth(run.due) != localDayOfMonth(run.startedAt);
-    why += fmt::format("; due since {}{}", isOtherDay ? dayStamp(run.due) : clockText(run.due),
-                       delay.empty() ? "" : ": " + delay);
+    why += fmt::format("; due {}{}", sinceText(run), delay.empty() ? "" : ": " + delay);
   }
   if (!run.isOver) why += "; still running at the end";
   add({.date = run.startedAt,

@@ -24,6 +24,7 @@ class ForecastListing final : public ForecastView {
   };
   void add(const Line& line);
   std::string padded(std::size_t index) const;
+  std::string sinceText(const ForecastRun& run) const;
 
   const ForecastSubject& subject_;
   std::size_t nameWidth_ = 0;

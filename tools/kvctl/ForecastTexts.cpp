@@ -46,7 +46,7 @@ std::string joinedNames(const std::vector<std::string>& names,
 
 std::string ruleText(const PropertyList& record) {
   const std::string text = BackupSet(record).scheduleText();
-  return BackupSet(record).isInterval() ? text.substr(0, text.find(", next")) : text;
+  return BackupSet(record).isInterval() ? text.substr(0, text.find(", due")) : text;
 }
 
 std::string delayText(const ForecastRun& run, const std::vector<std::string>& names) {
@@ -95,12 +95,14 @@ std::string skipText(const ForecastSkip& skip, const std::vector<std::string>& n
 
 std::string assumptionText(const ForecastPlan& plan) {
   std::string text = fmt::format(
-      "Supposed: nothing runs or is paused at the beginning, each backup takes {}, succeeds and is "
-      "recorded, ",
+      "Supposed: the agent runs; at the beginning no backup runs and nothing is paused; each "
+      "backup "
+      "takes {}, succeeds and is recorded; ",
       spanText(plan.duration));
-  if (plan.absences.empty()) text += "all destinations are there, ";
+  if (plan.absences.empty())
+    text += "all destinations are there, also those that are not at present; ";
   for (const auto& absence : plan.absences) {
-    text += fmt::format("{} is away {}, ", shown(absence.destination), windowText(absence.window));
+    text += fmt::format("{} is away {}; ", shown(absence.destination), windowText(absence.window));
   }
   text += plan.asleep ? fmt::format("the computer sleeps {}.", windowText(*plan.asleep))
                       : "the computer is awake.";

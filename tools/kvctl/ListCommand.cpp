@@ -28,6 +28,11 @@ std::string nextText(const std::optional<Date>& next, Date now) {
   return *next <= now ? "now" : dayStamp(*next);
 }
 
+std::string ranOnDay(const TaskRecord& task) {
+  const std::string day = task.isInterval() ? "" : storedDay(task.option("dayOfMonth"));
+  return day.empty() || day == "0" ? "-" : shown(day);
+}
+
 Json objectOf(const SetEntry& entry, const Sets& sets, const std::optional<Date>& next) {
   const BackupSet set(*entry.record);
   const TaskRecord& task = set.task();
@@ -59,7 +64,7 @@ int list(const Context& context) {
   const DatePatterns patterns(context.locale);
   const Date now = context.clock->now();
   Json array = Json::array();
-  Table table({"SET", "GATE", "SCHEDULE", "LAST DAY", "NEXT", "DESTINATION", "DOCUMENT"});
+  Table table({"SET", "GATE", "SCHEDULE", "RAN ON DAY", "NEXT", "DESTINATION", "DOCUMENT"});
   for (const SetEntry& entry : sets.all()) {
     const auto next = nextDue(*entry.record, now, patterns);
     if (context.asJson) {
@@ -72,7 +77,7 @@ int list(const Context& context) {
     table.add({entry.shownName(),
                {gate, toneOf(gate)},
                set.scheduleText(),
-               set.task().isInterval() ? "-" : shown(storedDay(set.task().option("dayOfMonth"))),
+               ranOnDay(set.task()),
                nextText(next, now),
                shown(set.destination().value_or("(none)")),
                {path.substr(path.rfind('/') + 1), Tone::kDim}});

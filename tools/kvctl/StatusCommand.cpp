@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "scheduler/FieldReaders.h"
+#include "scheduler/TaskRecord.h"
 #include "tools/kvctl/ExitStatus.h"
 
 namespace kv::kvctl {
@@ -68,8 +70,16 @@ std::string backupText(const AgentState& state) {
   return set + " is running" + since(state.runningSince);
 }
 
-std::string lastRunText(const AgentState::Set& set) {
-  if (!set.lastRun) return "none known";
+/// Of a run that is not in the history the documents keep the day's number.
+std::string recordedDayText(std::size_t index, const Sets& sets) {
+  if (index >= sets.all().size()) return "none known";
+  const TaskRecord task(*sets.all()[index].record);
+  const std::string day = task.isInterval() ? "" : storedDay(task.option("dayOfMonth"));
+  return day.empty() || day == "0" ? "none known" : "on day " + shown(day) + " of a month";
+}
+
+std::string lastRunText(const AgentState::Set& set, const Sets& sets) {
+  if (!set.lastRun) return recordedDayText(set.index, sets);
   return dayStamp(*set.lastRun) +
          (set.lastResult == "ok" ? "" : " (" + shown(set.lastResult) + ")");
 }
@@ -79,7 +89,7 @@ std::string nextText(const AgentState::Set& set, Date now) {
   return *set.next <= now ? "due now" : dayStamp(*set.next);
 }
 
-std::string setsText(const AgentState& state, const Context& context) {
+std::string setsText(const AgentState& state, const Context& context, const Sets& sets) {
   if (state.sets.empty()) return "There are no backup sets.\n";
   std::vector<std::string> headings = {"SET", "LAST RUN", "NEXT", "STATE"};
   const bool hasDecisions = state.lastTick.has_value();
@@ -91,7 +101,7 @@ std::string setsText(const AgentState& state, const Context& context) {
     const std::string name =
         set.name.empty() ? fmt::format("set {} (no name)", set.index + 1) : shown(set.name);
     std::vector<Table::Cell> row = {name,
-                                    {lastRunText(set), isGood ? Tone::kPlain : Tone::kBad},
+                                    {lastRunText(set, sets), isGood ? Tone::kPlain : Tone::kBad},
                                     nextText(set, now),
                                     shown(set.state)};
     if (hasDecisions) row.emplace_back(decisionText(set.lastDecision));
@@ -176,7 +186,7 @@ std::string statusText(const AgentState& state, const Context& context, const Se
   lines.add("Backup", backupText(state));
   if (state.lastTick) lines.add("Last look", dayStamp(*state.lastTick));
   if (state.isTracing) lines.add("Tracing", *state.isTracing ? "on" : "off");
-  lines.addText("\n" + setsText(state, context) + "\n");
+  lines.addText("\n" + setsText(state, context, sets) + "\n");
   addPaths(lines, state, context, sets);
   return lines.take();
 }

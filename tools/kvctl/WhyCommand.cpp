@@ -11,6 +11,7 @@
 
 #include "tools/kvbackup/BackupSet.h"
 #include "tools/kvbackup/LocalCalendar.h"
+#include "tools/kvctl/AgentState.h"
 #include "tools/kvctl/ExitStatus.h"
 #include "tools/kvctl/Explanation.h"
 #include "tools/kvctl/QtApplication.h"
@@ -47,7 +48,7 @@ const char* wordFor(Explanation::Verdict verdict) {
 }
 
 std::string hostText(const Explanation& one, const Rehearsal::Result& rehearsal) {
-  return fmt::format("destination {}: {}; backup running: {}; application open: {}",
+  return fmt::format("destination {} usable: {}; backup running: {}; application open: {}",
                      shown(BackupSet(*one.set.record).destination().value_or("(none)")),
                      one.mayStart ? "yes" : "no", rehearsal.isBackupRunning ? "yes" : "no",
                      rehearsal.isApplicationOpen ? "yes" : "no");
@@ -67,8 +68,10 @@ std::string textOf(const Explanation& one, const Explainer& explainer, const Sty
         value.substr(std::min(value.find_first_not_of(' '), value.size())));
   }
   add("host", hostText(one, explainer.rehearsal()));
-  add("before", one.before.empty() ? "nobody" : fmt::format("{}", fmt::join(one.before, ", ")));
-  add("next", one.next ? dayStamp(*one.next) : "never, as things stand");
+  if (one.isDue) {
+    add("behind", one.before.empty() ? "nobody" : fmt::format("{}", fmt::join(one.before, ", ")));
+  }
+  add("due", one.isDue ? "now" : one.next ? dayStamp(*one.next) : "never, as things stand");
   return text;
 }
 
@@ -114,6 +117,9 @@ int why(const Context& context, const std::optional<std::string>& name) {
   if (chosen.empty()) text = "There are no backup sets.\n";
   for (const std::string& remark : explainer.rehearsal().remarks) {
     text += context.style.paint("The host says: " + shown(remark), Tone::kDim) + "\n";
+  }
+  if (context.isAboutNow && !isAgentRunning(context)) {
+    text += "\nNo agent is running: nothing is started until one is (KVScheduler).\n";
   }
   print(text);
   return static_cast<int>(ExitStatus::kDone);
