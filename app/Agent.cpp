@@ -77,6 +77,17 @@ std::unique_ptr<QCoreApplication> makeQtApplication(DesktopModule* desktop, int&
   return application;
 }
 
+std::shared_ptr<StatusBar> makeStatusBar(DesktopModule* desktop, const std::string& images,
+                                         SystemLog& systemLog) {
+  if (desktop != nullptr) {
+    if (auto statusBar = desktop->makeStatusBar(images)) return statusBar;
+    systemLog.write(
+        "warning: there will be no status icon: the display cannot be used (for Wayland Qt needs "
+        "its module qt6-wayland)");
+  }
+  return std::make_shared<HiddenStatusBar>();
+}
+
 }  // namespace
 
 Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLog,
@@ -87,9 +98,7 @@ Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLo
                       ? Bundle::load(files, *commandLine.bundle, Bundle::Origin::kElsewhere)
                       : Bundle::load(files, defaultBundle(), Bundle::Origin::kInstalled);
   setMainBundleIdentifier(bundle.identifier);  // log files bear its name
-  const std::shared_ptr<StatusBar> statusBar = desktop
-                                                   ? desktop->makeStatusBar(bundle.path + "/Images")
-                                                   : std::make_shared<HiddenStatusBar>();
+  const auto statusBar = makeStatusBar(desktop, bundle.path + "/Images", *systemLog_);
   const std::string path = bundle.path;
   application_.emplace(environment(statusBar), std::move(bundle));
   service_.emplace(serviceEnvironment(path));

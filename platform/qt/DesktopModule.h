@@ -21,7 +21,7 @@ class DesktopModule {
   virtual std::unique_ptr<QCoreApplication> makeApplication(int& argumentCount,
                                                             char** arguments) = 0;
   /// The status bar, whose pictures lie in the folder `images` as <name>-<pixels>.png. To be made
-  /// after the application object, and gone before it.
+  /// after the application object, and gone before it. Null when the display has refused.
   virtual std::shared_ptr<StatusBar> makeStatusBar(const std::string& images) = 0;
 
   /// Loads the module at `path`. Null when it cannot be loaded; `error` says why.

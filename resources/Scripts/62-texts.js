@@ -156,6 +156,18 @@
     return state.restEnd === null ? state.next : Math.max(state.next, state.restEnd);
   }
 
+  // Of sets that are due now the scheduler takes daily and weekly ones first, then minutes, then
+  // hours.
+  const passOf = (state) => [0, 0, 2, 1][
+    host.records.whole(host.records.options(state.record).dayWeekOrHour)];
+
+  function isBefore(one, other, now) {
+    const start = nextStart(one), otherStart = nextStart(other);
+    const areDue = start <= now && otherStart <= now;
+    const passes = areDue ? passOf(one) - passOf(other) : 0;
+    return passes < 0 || (passes === 0 && start < otherStart);
+  }
+
   function nothingUpcoming(awaited, now) {
     if (awaited.length === 0) return "Nothing is scheduled";
     const done = awaited.find((state) => state.isDone);
@@ -167,8 +179,7 @@
     const awaited = states.filter((state) => state.takesPart && state.next !== null);
     const startable = awaited.filter((state) => !state.isMissing && !state.isDone);
     if (startable.length === 0) return nothingUpcoming(awaited, now);
-    const first = startable.reduce(
-      (one, other) => (nextStart(other) < nextStart(one) ? other : one));
+    const first = startable.reduce((one, other) => (isBefore(other, one, now) ? other : one));
     const isNow = first.isDue && first.restEnd === null;
     return "Next: " + name(first.record.backupset) + " " +
       (isNow ? "now" : moment(nextStart(first), now));

@@ -165,6 +165,15 @@ TEST(HostMenu, BeginsWithWhatIsGoingOn) {
   }
 }
 
+TEST(HostMenu, NamesTheSetThatTheSchedulerTakesFirst) {
+  const ScopedEnvironment zone("TZ", "UTC0");
+  TaskList sets = {Task("Hours").hourly("2024-03-05 07:00"),
+                   Task("Minutes").minutes("2024-03-05 08:00")};
+  EXPECT_EQ(MenuWorld(sets).line(0), "Next: Minutes now");
+  sets.push_back(Task("Docs").daily("00:00").lastRun("4"));
+  EXPECT_EQ(MenuWorld(sets).line(0), "Next: Docs now");
+}
+
 TEST(HostMenu, TouchesNothingThatHasNotChanged) {
   const ScopedEnvironment zone("TZ", "UTC0");
   TaskList sets;

@@ -200,6 +200,7 @@ class MissingPartsTest(WatcherTest):
             self.start('system.after(0.2, () => console.log("runs on with " + '
                        'system.environment("QT_QPA_PLATFORM")));', session)
             self.agent.wait_until_said(f"runs on with {platform or 'undefined'}")
+            self.agent.wait_until_said("there will be no status icon: the display cannot be used")
 
     def test_no_bus(self):
         self.start('system.after(0.2, () => console.log("runs on"));',

@@ -35,7 +35,7 @@ class QtDesktopModule final : public DesktopModule {
   }
 
   std::shared_ptr<StatusBar> makeStatusBar(const std::string& images) override {
-    if (QGuiApplication::platformName() == "offscreen") return std::make_shared<HiddenStatusBar>();
+    if (QGuiApplication::platformName() == "offscreen") return nullptr;
     return std::make_shared<QtStatusBar>(images);
   }
 };
