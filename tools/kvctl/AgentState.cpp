@@ -165,10 +165,13 @@ std::optional<Date> instantOf(const Json& object, const char* key) {
 
 }  // namespace
 
-bool isAgentRunning(const Context& context) {
+std::string noAgentRemark(const Context& context) {
+  if (!context.isAboutNow) return "";
   AgentState state;
   readLock(state, context);
-  return state.isRunning;
+  return state.isRunning
+             ? ""
+             : "\nNo agent is running: nothing is started until one is (KVScheduler).\n";
 }
 
 bool askAgent(AgentState& state, const Context& context) {

@@ -59,8 +59,9 @@ struct AgentState {
 /// Asks the agent, for two seconds at the longest, or looks at the files; writes nothing.
 AgentState readAgentState(const Context& context, const Sets& sets);
 
-/// Whether the agent of this home holds its lock.
-bool isAgentRunning(const Context& context);
+/// What to say below an answer about this moment when no agent of this home runs, by its lock;
+/// empty else.
+std::string noAgentRemark(const Context& context);
 
 /// What the agent says itself; false when it does not run or serves another home.
 bool askAgent(AgentState& state, const Context& context);

@@ -142,7 +142,7 @@ int check(const Context& context) {
   } else {
     std::string text;
     for (const Problem& problem : problems) text += textOf(problem, context.style) + "\n";
-    print(text + summary(problems, sets.all().size()));
+    print(text + summary(problems, sets.all().size()) + noAgentRemark(context));
   }
   return static_cast<int>(problems.empty() ? ExitStatus::kDone : ExitStatus::kProblems);
 }

@@ -118,10 +118,7 @@ int why(const Context& context, const std::optional<std::string>& name) {
   for (const std::string& remark : explainer.rehearsal().remarks) {
     text += context.style.paint("The host says: " + shown(remark), Tone::kDim) + "\n";
   }
-  if (context.isAboutNow && !isAgentRunning(context)) {
-    text += "\nNo agent is running: nothing is started until one is (KVScheduler).\n";
-  }
-  print(text);
+  print(text + noAgentRemark(context));
   return static_cast<int>(ExitStatus::kDone);
 }
 
