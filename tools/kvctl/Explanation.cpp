@@ -166,7 +166,7 @@ Explanation Explainer::explain(const SetEntry& set) {
   if (!one.task.isScheduled()) {
     never("switched off: it has no active schedule");
   } else if (!isTakingPart(*set.record)) {
-    never(hasRule(one.task) ? "held: it is not started until it is released"
+    never(hasRule(one.task) ? "held: it is not started until it is released (\"kvbackup release\")"
                             : "never started: the scheduler knows no schedule of its type");
   } else if (one.task.isInterval()) {
     explainInterval(one);
@@ -208,7 +208,8 @@ std::optional<std::string> Explainer::whyDayRuleSaysNo(Case& one) {
     const bool isChosen = one.task.isWeekdaySelected(static_cast<int>(today) + 1);
     if (!isToday && isChosen) {
       return fmt::format(
-          "is chosen for {}s, but where the week starts on Monday{} no {} ever matches{}",
+          "is chosen for {}s, but where the week starts on Monday{} no {} ever matches{} "
+          "(\"kvctl check\" says what to do)",
           weekdayWord(today), localeName_.empty() ? "" : ", as in " + localeName_ + ",",
           weekdayWord(today), nextText(one, "; next chance "));
     }
