@@ -132,6 +132,14 @@ TEST_F(Why, SetsThatAreDueTakeTheirTurns) {
         "E is due, but B comes first, and one backup runs at a time. << B, C",
         "F is due since today at 09:00, but intervals of hours wait while one of minutes is "
         "overdue: E. << B, C, E"}},
+      {"one that cannot start holds up whom the order leaves out, and nobody else",
+       {Task("A").minutes("2026-11-24 09:30"),
+        Task("B").minutes("2026-11-24 09:00").field("destinationPath", "/gone"),
+        Task("C").minutes("2026-11-24 09:15")},
+       {"A is due, and the next tick starts it.",
+        "B is due, but the host says that its destination /gone is not there to be used.",
+        "C is due since today at 09:15, but is passed over: B stands before it in the list and has "
+        "been due for longer. << B, A"}},
       {"the order of intervals",
        {Task("A").hourly("2026-11-24 08:00"), Task("B").minutes("2026-11-24 09:30"),
         Task("C").minutes("2026-11-24 09:45"), Task("D").minutes("2026-11-24 10:20"),

@@ -133,7 +133,8 @@ bool Explainer::mayStart(std::size_t index) const {
   return index < rehearsal_.mayStart.size() && rehearsal_.mayStart[index];
 }
 
-/// The sets that are started before this one, which is due.
+/// The sets that are started before this one, which is due. An interval set that the order leaves
+/// out waits for all that are in it, also for those that cannot start.
 std::vector<std::string> Explainer::setsBefore(const SetEntry& set) const {
   std::vector<std::string> names;
   const auto add = [&](std::size_t index) { names.push_back(sets_->all()[index].shownName()); };
@@ -142,10 +143,11 @@ std::vector<std::string> Explainer::setsBefore(const SetEntry& set) const {
     if (isInterval || index < set.index) add(index);
   }
   if (!isInterval) return names;
-  for (const std::size_t index : intervalOrder_) {
-    if (index == set.index) break;
-    add(index);
-  }
+  const auto place = std::find(intervalOrder_.begin(), intervalOrder_.end(), set.index);
+  const bool isLeftOut = place == intervalOrder_.end();
+  std::for_each(intervalOrder_.begin(), place, [&](std::size_t index) {
+    if (isLeftOut || mayStart(index)) add(index);
+  });
   return names;
 }
 

@@ -96,11 +96,9 @@ std::string skipText(const ForecastSkip& skip, const std::vector<std::string>& n
 std::string assumptionText(const ForecastPlan& plan) {
   std::string text = fmt::format(
       "Supposed: the agent runs; at the beginning no backup runs and nothing is paused; each "
-      "backup "
-      "takes {}, succeeds and is recorded; ",
+      "backup takes {}, succeeds and is recorded; ",
       spanText(plan.duration));
-  if (plan.absences.empty())
-    text += "all destinations are there, also those that are not at present; ";
+  if (plan.absences.empty()) text += "all destinations are there, also what is not at present; ";
   for (const auto& absence : plan.absences) {
     text += fmt::format("{} is away {}; ", shown(absence.destination), windowText(absence.window));
   }
