@@ -72,7 +72,7 @@
     const next = due instanceof Date && due.getTime() === due.getTime() ? due.getTime() : null;
     const judgedAt = Date.now();
     return {
-      takesPart: host.timer.isTakingPart(record),
+      takesPart: next !== null || host.timer.isTakingPart(record), // what is ever due does
       next: next,
       isDue: next !== null && next <= judgedAt + DUE_NOW,
       judgedAt: judgedAt,
