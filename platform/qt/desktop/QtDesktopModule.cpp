@@ -2,7 +2,6 @@
 #include <QSessionManager>
 #include <memory>
 
-#include "platform/HiddenStatusBar.h"
 #include "platform/qt/DesktopModule.h"
 #include "platform/qt/desktop/QtStatusBar.h"
 
