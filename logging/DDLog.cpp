@@ -83,6 +83,7 @@ void DDLog::log_args(bool asynchronous, const Site& site, const char* format,
 void DDLog::logFormatted(bool asynchronous, const Site& site, fmt::string_view format,
                          fmt::format_args arguments) {
   LogDispatcher& shared = dispatcher();
+  shared.expectRecord();
   LogRecord& record = shared.beginRecord();
   record.setSite(orNull(site.file), orNull(site.function), site.line);
   record.setKind(site.level, site.flag, site.context, site.tag);
@@ -101,6 +102,10 @@ void DDLog::log(bool asynchronous, const Entry& entry) {
 
 void DDLog::log_message(bool asynchronous, std::shared_ptr<const DDLogMessage> message) {
   dispatcher().queueLogMessage_asynchronously(std::move(message), asynchronous);
+}
+
+void DDLog::expectMessage() {
+  dispatcher().expectRecord();
 }
 
 void DDLog::logAtSite(bool asynchronous, const LogSite& site, std::uint64_t level,

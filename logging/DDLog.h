@@ -98,6 +98,9 @@ class DDLog {
   /// For the macros: a finished text, which is copied.
   static void logAtSite(bool asynchronous, const LogSite& site, std::uint64_t level,
                         std::uint64_t flag, std::string_view text);
+  /// Worth a call before the text of a message is made: what other processors have of the log is
+  /// fetched meanwhile.
+  static void expectMessage();
 
   /// Returns when everything that was logged before is delivered, and every logger has flushed.
   static void flushLog();

@@ -67,6 +67,7 @@ namespace detail {
 template <class Format, class... Arguments>
 void logFrom(bool asynchronous, const LogSite& site, std::uint64_t level, std::uint64_t flag,
              const Format& format, const Arguments&... arguments) {
+  DDLog::expectMessage();
   fmt::memory_buffer text;
   fmt::format_to(fmt::appender(text), format, arguments...);
   DDLog::logAtSite(asynchronous, site, level, flag, {text.data(), text.size()});

@@ -403,8 +403,20 @@ void LogDispatcher::awaitDeliveries() const {
 
 // --- Forks ---
 
+/// Whether nothing waits. Then no thread need be started to find that out, least of all in a child
+/// that forks again on its way to another program.
+bool LogDispatcher::isAtRest() {
+  QueueState& queue = loggingQueue_->state();
+  if (!queue.tryOwn()) return false;
+  const bool isWaiting = std::any_of(lanes_.begin(), lanes_.end(),
+                                     [](const auto& lane) { return lane->state().hasPending(); });
+  queue.release();
+  return !isWaiting;
+}
+
 void LogDispatcher::awaitEarlierWork() {
   if (QueueState::current() != nullptr) return;  // work of a queue might wait for itself
+  if (isAtRest()) return;
   constexpr std::chrono::seconds kPatience(1);
   const auto passed = std::make_shared<std::promise<void>>();
   const auto isPassed = passed->get_future();

@@ -68,6 +68,11 @@ class LogDispatcher {
   std::vector<std::shared_ptr<DDLogger>> allLoggers();
   void flushLog();
 
+  /// A message comes soon, as soon as its text is made: fetches what other threads had meanwhile.
+  void expectRecord() const {
+    queueSemaphore_.expectWait();
+    loggingQueue_->state().expectPush();
+  }
   /// A blank record with the moment and the thread of this call, to be filled and given to
   /// queueRecord().
   LogRecord& beginRecord();
@@ -120,6 +125,7 @@ class LogDispatcher {
   /// What was asked of the log before, loggers to be added above all, is not to be missing in the
   /// child of a fork.
   void awaitEarlierWork();
+  bool isAtRest();
   LogLane& laneOf(const std::shared_ptr<SerialQueue>& queue);
 
   const Environment environment_;

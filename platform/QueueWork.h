@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Processor.h"
+
 namespace kv {
 
 /// One piece of work, which is its own place in the queue: nothing is allocated to put it there.
@@ -66,6 +68,11 @@ class QueueState : public std::enable_shared_from_this<QueueState> {
 
   /// Puts work at the end. It wakes the worker unless that is about to look by itself.
   void push(QueueWork& work);
+  /// A push comes soon: fetches the memory that it touches, which the worker had last.
+  void expectPush() const {
+    prefetchForWriting(&pushed_);
+    __builtin_prefetch(&worker_);
+  }
   /// Makes a worker that is about to look again look at once.
   void hurry();
 
@@ -140,11 +147,14 @@ class QueueState : public std::enable_shared_from_this<QueueState> {
   struct Registry;
   static Registry& registry();
 
+  // What pushing reads and nobody changes any more shares no line of memory with what draining
+  // changes all the time.
   const std::string label_;
   bool lingers_ = false;
   std::function<void()> batchEnd_;
+
   /// Touched by the owner only: what was taken and has not run yet, oldest first.
-  QueueWork* ready_ = nullptr;
+  alignas(64) QueueWork* ready_ = nullptr;
   bool isBatchOpen_ = false;
 
   /// What was pushed and not taken yet, newest first.

@@ -6,6 +6,8 @@
 #include <functional>
 #include <mutex>
 
+#include "platform/Processor.h"
+
 namespace kv {
 
 /// Counts places. Made for a stream of work that is bounded: taking a place that is free and
@@ -31,6 +33,8 @@ class Semaphore {
     wait([] {});
   }
   bool tryWait();
+  /// A place is wanted soon: fetches the memory that it touches.
+  void expectWait() const { prefetchForWriting(&free_); }
   void signal(std::int64_t places = 1);
 
   /// Places that are free at this moment. Safe in a signal handler.
