@@ -99,7 +99,9 @@ void ForecastListing::end(const std::vector<ForecastSet>& sets) {
   };
   section("Not started at all", never);
   section("Waiting at the end", waiting);
-  text += fmt::format("\n{} {}, {} skipped\n", runs, runs == 1 ? "backup" : "backups", skips);
+  // Of days only: one run of an interval set stands for all the due times that have passed.
+  text += fmt::format("\n{} {}, {} {} skipped\n", runs, runs == 1 ? "backup" : "backups", skips,
+                      skips == 1 ? "day" : "days");
   subject_.write(text);
 }
 

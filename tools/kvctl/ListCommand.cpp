@@ -23,7 +23,7 @@ Tone toneOf(std::string_view gate) {
   return gate == "on" ? Tone::kGood : Tone::kDim;
 }
 
-std::string nextText(const std::optional<Date>& next, Date now) {
+std::string dueText(const std::optional<Date>& next, Date now) {
   if (!next) return "never";
   return *next <= now ? "now" : dayStamp(*next);
 }
@@ -64,7 +64,7 @@ int list(const Context& context) {
   const DatePatterns patterns(context.locale);
   const Date now = context.clock->now();
   Json array = Json::array();
-  Table table({"SET", "GATE", "SCHEDULE", "RAN ON DAY", "NEXT", "DESTINATION", "DOCUMENT"});
+  Table table({"SET", "GATE", "SCHEDULE", "RAN ON DAY", "DUE", "DESTINATION", "DOCUMENT"});
   for (const SetEntry& entry : sets.all()) {
     const auto next = nextDue(*entry.record, now, patterns);
     if (context.asJson) {
@@ -78,7 +78,7 @@ int list(const Context& context) {
                {gate, toneOf(gate)},
                set.scheduleText(),
                ranOnDay(set.task()),
-               nextText(next, now),
+               dueText(next, now),
                shown(set.destination().value_or("(none)")),
                {path.substr(path.rfind('/') + 1), Tone::kDim}});
   }

@@ -100,8 +100,10 @@ int why(const Context& context, const std::optional<std::string>& name) {
   const auto chosen = explainer.sets().find(name);
   Json list = Json::array();
   std::string text;
+  bool isAnyBehind = false;
   for (const SetEntry& set : chosen) {
     const Explanation one = explainer.explain(set);
+    isAnyBehind = isAnyBehind || !one.before.empty();
     if (context.asJson) {
       list.push_back(objectOf(one, explainer));
     } else {
@@ -115,6 +117,12 @@ int why(const Context& context, const std::optional<std::string>& name) {
     return static_cast<int>(ExitStatus::kDone);
   }
   if (chosen.empty()) text = "There are no backup sets.\n";
+  if (isAnyBehind) {
+    text += context.style.paint(
+                "Who stands behind others may see sets that fall due meanwhile go first, too.",
+                Tone::kDim) +
+            "\n";
+  }
   for (const std::string& remark : explainer.rehearsal().remarks) {
     text += context.style.paint("The host says: " + shown(remark), Tone::kDim) + "\n";
   }
