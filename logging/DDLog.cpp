@@ -1,5 +1,6 @@
 #include "logging/DDLog.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <utility>
@@ -14,6 +15,14 @@ namespace kv {
 namespace {
 
 constinit char gIdentity = 0;
+
+/// The program's dispatcher, once there is one.
+constinit std::atomic<LogDispatcher*> gDispatcher{nullptr};
+
+/// The earliest that a program may ask for is what runs last, behind all destructors.
+[[gnu::destructor(101)]] void standStillAtTheVeryEnd() {
+  if (LogDispatcher* const made = gDispatcher) made->standStill();
+}
 
 std::string_view orNull(const char* text) {
   return text == nullptr ? "(null)" : text;
@@ -38,6 +47,7 @@ LogDispatcher& DDLog::dispatcher() {
   // Never destroyed, so that the very last message finds it.
   static LogDispatcher& shared = []() -> LogDispatcher& {
     auto& made = *new LogDispatcher;
+    gDispatcher = &made;
     std::atexit(&DDLog::applicationWillTerminate);
     // Before a fork the handlers added last run first. Loggers must come to rest before the timers
     // and watches are locked, which they use.

@@ -73,6 +73,7 @@ std::vector<std::shared_ptr<DDLogger>> LogDispatcher::allLoggers() {
 }
 
 void LogDispatcher::flushLog() {
+  moveOn();
   loggingQueue_->sync([this] { lt_flush(); });
 }
 
@@ -308,6 +309,7 @@ void LogDispatcher::lt_flush() {
 /// message has that logger muted and can wait for the others.
 bool LogDispatcher::isPutOff(bool asynchronously) {
   if (!isTerminating_.load(std::memory_order_seq_cst)) return asynchronously;
+  moveOn();
   if (loggingQueue_->state().isRunningHere()) return true;
   const std::lock_guard lock(lanesMutex_);
   return std::any_of(lanes_.begin(), lanes_.end(), [](const auto& lane) {
@@ -392,6 +394,35 @@ void LogDispatcher::endFromWithin() {
   isEndedFromWithin_ = true;
 }
 
+void LogDispatcher::standStill() {
+  if (isSilent_) return;
+  holdQueues(heldAtEnd_);
+  standingThread_ = std::this_thread::get_id();
+}
+
+/// What is destroyed even later may log, too.
+void LogDispatcher::moveOn() {
+  if (std::this_thread::get_id() != standingThread_) return;
+  standingThread_ = std::thread::id();
+  for (QueueState* queue : std::exchange(heldAtEnd_, {})) queue->release();
+}
+
+/// Owns the queues of the log, each between two pieces of its work. False when one of them did not
+/// come to an end in time; then those before it are held.
+bool LogDispatcher::holdQueues(std::vector<QueueState*>& held) {
+  bool isQuiet = true;
+  const auto hold = [&](QueueState& queue) {
+    isQuiet = isQuiet && !queue.isRunningHere() && queue.ownBetweenWork();
+    if (isQuiet) held.push_back(&queue);
+  };
+  hold(loggingQueue_->state());
+  // With the global queue in hand nobody changes the lanes.
+  for (std::size_t index = 0; isQuiet && index < lanes_.size(); ++index) {
+    hold(lanes_[index]->state());
+  }
+  return isQuiet;
+}
+
 void LogDispatcher::awaitDeliveries() const {
   if (loggingQueue_->state().isRunningHere()) return;  // the drainer itself aborts
   constexpr int kPauses = 1000;                        // a tenth of a second
@@ -430,16 +461,7 @@ void LogDispatcher::awaitEarlierWork() {
 
 void LogDispatcher::prepareFork() {
   awaitEarlierWork();
-  isQuietForFork_ = !loggingQueue_->state().isRunningHere();
-  const auto hold = [this](QueueState& queue) {
-    isQuietForFork_ = isQuietForFork_ && !queue.isRunningHere() && queue.ownBetweenWork();
-    if (isQuietForFork_) held_.push_back(&queue);
-  };
-  hold(loggingQueue_->state());
-  // With the global queue in hand nobody changes the lanes.
-  for (std::size_t index = 0; isQuietForFork_ && index < lanes_.size(); ++index) {
-    hold(lanes_[index]->state());
-  }
+  isQuietForFork_ = holdQueues(held_);
   LogRecord::lockPool();
 }
 

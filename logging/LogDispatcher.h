@@ -84,6 +84,11 @@ class LogDispatcher {
   /// would wait for what is put off.
   void applicationWillTerminate();
 
+  /// The very last of the process, behind all static destructors: no thread is in the middle of a
+  /// line when the system takes them all. Who logs from now on waits for that end, save the calling
+  /// thread.
+  void standStill();
+
   /// Before abort(): gives the drainer a while to deliver what waits. Safe in a signal handler.
   void awaitDeliveries() const;
 
@@ -126,6 +131,8 @@ class LogDispatcher {
   /// child of a fork.
   void awaitEarlierWork();
   bool isAtRest();
+  bool holdQueues(std::vector<QueueState*>& held);
+  void moveOn();
   LogLane& laneOf(const std::shared_ptr<SerialQueue>& queue);
 
   const Environment environment_;
@@ -136,6 +143,9 @@ class LogDispatcher {
   std::atomic<bool> isSilent_{false};
   /// The thread that ends the process, once it has flushed.
   std::atomic<std::thread::id> endingThread_{};
+  /// The thread behind standStill(), and the queues that it holds.
+  std::atomic<std::thread::id> standingThread_{};
+  std::vector<QueueState*> heldAtEnd_;
   /// The work that ends the process runs as the global queue.
   bool isEndedFromWithin_ = false;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <string>
@@ -229,6 +230,19 @@ TEST_P(LastLines, AreWhereTheyBelong) {
     NumberedLines lines;
     for (const auto& file : probe.files()) lines.read(file);
     check(row, probe.progress(), lines);
+  }
+}
+
+/// Threads that still log are cut off by the system wherever they are.
+TEST(LastLine, IsWhole) {
+  for (int run = 0; run < kOften && !HasFailure(); ++run) {
+    Probe probe("ReturnsAmongLongLines");
+    EXPECT_EQ(probe.await(), 0);
+    const auto files = probe.files();
+    ASSERT_EQ(files.size(), 1u);
+    std::ifstream file(files.front(), std::ios::binary);
+    file.seekg(-1, std::ios::end);
+    EXPECT_EQ(file.get(), '\n') << "run " << run;
   }
 }
 

@@ -144,6 +144,17 @@ void returnsFromMain() {
   say('c');
 }
 
+/// Lines so long that nearly always one is being written.
+void returnsAmongLongLines() {
+  openLog();
+  constexpr std::size_t kLong = 1 << 20;
+  std::thread([text = std::string(kLong, 'x')] {
+    for (;; ++gProgress->of('a')) LOG_INFO("{}", text);
+  }).detach();
+  constexpr std::uint64_t kSome = 20;
+  while (gProgress->of('a') < kSome) std::this_thread::yield();
+}
+
 void exitInAThread() {
   openLog();
   letTwoSayForever();
@@ -502,6 +513,7 @@ struct Scene {
 };
 constexpr std::array kScenes{
     Scene{"ReturnsFromMain", returnsFromMain},
+    Scene{"ReturnsAmongLongLines", returnsAmongLongLines},
     Scene{"ExitInAThread", exitInAThread},
     Scene{"ExitInALogger", exitInALogger},
     Scene{"ExitInAFormatter", exitInAFormatter},
