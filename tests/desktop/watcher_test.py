@@ -1,6 +1,7 @@
 """The agent on a desktop whose tray is a stand-in, and where parts of a desktop are missing."""
 
 import pathlib
+import socket
 import unittest
 
 import pictures
@@ -207,6 +208,16 @@ class MissingPartsTest(WatcherTest):
                    self.new_session(has_bus=False))
         self.assertIn("libQt6Widgets", self.maps())
         self.agent.wait_until_said("runs on")
+
+    def test_bus_that_never_answers(self):
+        session = self.new_session(has_bus=False)
+        with socket.socket(socket.AF_UNIX) as bus:
+            bus.bind(str(session.root / "bus"))
+            bus.listen()
+            session.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={session.root}/bus"
+            self.start('system.after(0.2, () => console.log("runs on"));', session)
+            self.agent.wait_until_said("runs on")
+            self.assertEqual(self.agent.end(), 0)
 
     def test_bus_that_ends(self):
         self.start_with_item("function beat() { console.log('beat'); system.after(0.1, beat); }"

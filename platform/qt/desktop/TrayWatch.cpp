@@ -7,7 +7,7 @@
 #include <QDBusPendingReply>
 #include <utility>
 
-#include "platform/qt/SessionBus.h"
+#include "platform/SessionBusAddress.h"
 
 namespace kv {
 namespace {
@@ -17,20 +17,39 @@ const QString& watcherName() {
   return name;
 }
 
+/// Has Qt connect to a session bus that there is not, which it does once in the life of a process:
+/// a window's icon does not need it, and one that does not answer would hold up the program.
+void keepQtFromBus() {
+  constexpr const char* kVariable = "DBUS_SESSION_BUS_ADDRESS";
+  const QByteArray usual = qgetenv(kVariable);
+  qputenv(kVariable, "unix:path=/dev/null");
+  QDBusConnection::sessionBus();
+  // The programs that the agent starts are to find the environment as it was.
+  if (usual.isNull()) {
+    qunsetenv(kVariable);
+  } else {
+    qputenv(kVariable, usual);
+  }
+}
+
 }  // namespace
 
 TrayWatch::TrayWatch(std::function<void(Road)> found)
-    : found_(std::move(found)), legacyTray_([this] {
+    : found_(std::move(found)),
+      legacyTray_([this] {
         if (!patience_.isActive()) lookForLegacyTray();
+      }),
+      greeting_(descriptors_, sessionBusAddress(), [this] {
+        doesBusAnswer_ = true;
+        watchBus();
       }) {
   patience_.setSingleShot(true);
   connect(&patience_, &QTimer::timeout, this, &TrayWatch::lookForLegacyTray);
   patience_.start(kPatienceMilliseconds);
-  watchBus();
 }
 
 void TrayWatch::watchBus() {
-  if (!hasSessionBus()) return;
+  if (isSettled_) return;
   const QDBusConnection bus = QDBusConnection::sessionBus();
   if (!bus.isConnected()) return;
   watcher_.setConnection(bus);
@@ -55,7 +74,9 @@ void TrayWatch::askForWatcher() {
 }
 
 void TrayWatch::lookForLegacyTray() {
-  if (legacyTray_.isThere()) settle(Road::kWindow);
+  if (isSettled_ || !legacyTray_.isThere()) return;
+  if (!doesBusAnswer_) keepQtFromBus();
+  settle(Road::kWindow);
 }
 
 void TrayWatch::settle(Road road) {

@@ -5,7 +5,9 @@
 #include <QTimer>
 #include <functional>
 
+#include "platform/qt/QtDescriptorWatcher.h"
 #include "platform/qt/desktop/LegacyTray.h"
+#include "platform/sdbus/BusGreeting.h"
 
 namespace kv {
 
@@ -18,8 +20,11 @@ namespace kv {
 /// answer: made a moment too early, the icon would never be seen. So none is made before this says
 /// that there is somebody to show it, however long that takes.
 ///
+/// Qt also waits for the bus as long as that takes to answer, so it is asked for it only when the
+/// bus has answered somebody else.
+///
 /// Threads    main thread only.
-/// Errors     none: without a session bus it waits for an old tray alone.
+/// Errors     none: without a session bus that answers it waits for an old tray alone.
 class TrayWatch final : public QObject {
   Q_OBJECT
  public:
@@ -39,6 +44,9 @@ class TrayWatch final : public QObject {
   QDBusServiceWatcher watcher_;
   QTimer patience_;
   LegacyTray legacyTray_;
+  QtDescriptorWatcher descriptors_;
+  BusGreeting greeting_;
+  bool doesBusAnswer_ = false;
   bool isSettled_ = false;
 };
 
