@@ -8,6 +8,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <utility>
 
 #include "app/StartupError.h"
@@ -23,8 +24,6 @@
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/UserPaths.h"
 #include "platform/qt/DBusNotifier.h"
-#include "platform/qt/DesktopModule.h"
-#include "platform/qt/QtDescriptorWatcher.h"
 #include "platform/qt/QtProcessLauncher.h"
 #include "platform/qt/TerminationSignals.h"
 #include "scheduler/ScheduleDocuments.h"
@@ -78,9 +77,9 @@ std::unique_ptr<QCoreApplication> makeQtApplication(DesktopModule* desktop, int&
 }
 
 std::shared_ptr<StatusBar> makeStatusBar(DesktopModule* desktop, const std::string& images,
-                                         SystemLog& systemLog) {
+                                         DesktopModule::GreetBus greetBus, SystemLog& systemLog) {
   if (desktop != nullptr) {
-    if (auto statusBar = desktop->makeStatusBar(images)) return statusBar;
+    if (auto statusBar = desktop->makeStatusBar(images, std::move(greetBus))) return statusBar;
     systemLog.write(
         "warning: there will be no status icon: the display cannot be used (for Wayland Qt needs "
         "its module qt6-wayland)");
@@ -98,7 +97,10 @@ Agent::Agent(const CommandLine& commandLine, std::shared_ptr<SystemLog> systemLo
                       ? Bundle::load(files, *commandLine.bundle, Bundle::Origin::kElsewhere)
                       : Bundle::load(files, defaultBundle(), Bundle::Origin::kInstalled);
   setMainBundleIdentifier(bundle.identifier);  // log files bear its name
-  const auto statusBar = makeStatusBar(desktop, bundle.path + "/Images", *systemLog_);
+  const auto greetBus = [this](std::function<void()> answered) {
+    greeting_.emplace(descriptors_, sessionBusAddress(), std::move(answered));
+  };
+  const auto statusBar = makeStatusBar(desktop, bundle.path + "/Images", greetBus, *systemLog_);
   const std::string path = bundle.path;
   application_.emplace(environment(statusBar), std::move(bundle));
   service_.emplace(serviceEnvironment(path));

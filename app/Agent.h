@@ -11,8 +11,10 @@
 #include "platform/SystemLog.h"
 #include "platform/linux/FileLock.h"
 #include "platform/qt/DesktopModule.h"
+#include "platform/qt/QtDescriptorWatcher.h"
 #include "platform/qt/QtMainQueue.h"
 #include "platform/qt/QtRunLoop.h"
+#include "platform/sdbus/BusGreeting.h"
 
 namespace kv {
 
@@ -46,6 +48,8 @@ class Agent {
   std::optional<AgentService> service_;
   /// Before the run loop, so that the schedulers that its timers hold end first.
   std::optional<Application> application_;
+  QtDescriptorWatcher descriptors_;
+  std::optional<BusGreeting> greeting_;
   QtRunLoop runLoop_;
   QtMainQueue mainQueue_;
 };

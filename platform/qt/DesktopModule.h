@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QCoreApplication>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -17,12 +18,18 @@ class DesktopModule {
  public:
   virtual ~DesktopModule() = default;
 
+  /// Calls `answered` once, from the event loop, when the session's bus has answered; waits for
+  /// that without holding anybody up, and never calls it when there is no such bus.
+  using GreetBus = std::function<void(std::function<void()> answered)>;
+
   /// The application object, with a connection to the display where that accepts one.
   virtual std::unique_ptr<QCoreApplication> makeApplication(int& argumentCount,
                                                             char** arguments) = 0;
   /// The status bar, whose pictures lie in the folder `images` as <name>-<pixels>.png. To be made
   /// after the application object, and gone before it. Null when the display has refused.
-  virtual std::shared_ptr<StatusBar> makeStatusBar(const std::string& images) = 0;
+  /// `greetBus` is called when the first icon is made.
+  virtual std::shared_ptr<StatusBar> makeStatusBar(const std::string& images,
+                                                   GreetBus greetBus) = 0;
 
   /// Loads the module at `path`. Null when it cannot be loaded; `error` says why.
   static DesktopModule* load(const std::string& path, std::string& error);

@@ -18,7 +18,7 @@ MAY_INCLUDE = {
     "platform/linux": {"platform"},
     "platform/qt": {"platform"},
     "platform/sdbus": {"platform"},
-    "platform/qt/desktop": {"platform", "platform/qt", "platform/sdbus"},
+    "platform/qt/desktop": {"platform", "platform/qt"},
     "scheduler": {"platform", "app/Host.h"},
     "launcher": {"platform"},
     "statusitem": {"platform"},

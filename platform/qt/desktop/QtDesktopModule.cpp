@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QSessionManager>
 #include <memory>
+#include <utility>
 
 #include "platform/qt/DesktopModule.h"
 #include "platform/qt/desktop/QtStatusBar.h"
@@ -33,9 +34,9 @@ class QtDesktopModule final : public DesktopModule {
     return application;
   }
 
-  std::shared_ptr<StatusBar> makeStatusBar(const std::string& images) override {
+  std::shared_ptr<StatusBar> makeStatusBar(const std::string& images, GreetBus greetBus) override {
     if (QGuiApplication::platformName() == "offscreen") return nullptr;
-    return std::make_shared<QtStatusBar>(images);
+    return std::make_shared<QtStatusBar>(images, std::move(greetBus));
   }
 };
 

@@ -5,7 +5,8 @@
 
 namespace kv {
 
-QtStatusBar::QtStatusBar(std::string images) : images_(std::move(images)) {}
+QtStatusBar::QtStatusBar(std::string images, DesktopModule::GreetBus greetBus)
+    : images_(std::move(images)), greetBus_(std::move(greetBus)) {}
 
 QtStatusBar::~QtStatusBar() {
   for (const auto& item : items_) item->withdraw();
@@ -16,10 +17,11 @@ std::shared_ptr<StatusItem> QtStatusBar::statusItemWithLength(double /*length*/)
   if (road_) {
     item->showBy(*road_);
   } else if (!watch_) {
-    watch_.emplace([this](TrayWatch::Road road) {
+    const auto show = [this](TrayWatch::Road road) {
       road_ = road;
       for (const auto& waiting : items_) waiting->showBy(road);
-    });
+    };
+    watch_.emplace(show, greetBus_);
   }
   return item;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/StatusBar.h"
+#include "platform/qt/DesktopModule.h"
 #include "platform/qt/desktop/ImageFiles.h"
 #include "platform/qt/desktop/QtStatusItem.h"
 #include "platform/qt/desktop/TrayWatch.h"
@@ -18,7 +19,7 @@ namespace kv {
 /// Ownership  holds its items until they are removed.
 class QtStatusBar final : public StatusBar {
  public:
-  explicit QtStatusBar(std::string images);
+  QtStatusBar(std::string images, DesktopModule::GreetBus greetBus);
   ~QtStatusBar() override;
   QtStatusBar(const QtStatusBar&) = delete;
   QtStatusBar& operator=(const QtStatusBar&) = delete;
@@ -30,6 +31,7 @@ class QtStatusBar final : public StatusBar {
 
  private:
   ImageFiles images_;
+  const DesktopModule::GreetBus greetBus_;
   std::vector<std::shared_ptr<QtStatusItem>> items_;
   std::optional<TrayWatch::Road> road_;
   std::optional<TrayWatch> watch_;

@@ -5,9 +5,8 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QPointer>
 #include <utility>
-
-#include "platform/SessionBusAddress.h"
 
 namespace kv {
 namespace {
@@ -34,21 +33,20 @@ void keepQtFromBus() {
 
 }  // namespace
 
-TrayWatch::TrayWatch(std::function<void(Road)> found)
-    : found_(std::move(found)),
-      legacyTray_([this] {
+TrayWatch::TrayWatch(std::function<void(Road)> found, const DesktopModule::GreetBus& greetBus)
+    : found_(std::move(found)), legacyTray_([this] {
         if (!patience_.isActive()) lookForLegacyTray();
-      }),
-      greeting_(descriptors_, sessionBusAddress(), [this] {
-        doesBusAnswer_ = true;
-        watchBus();
       }) {
   patience_.setSingleShot(true);
   connect(&patience_, &QTimer::timeout, this, &TrayWatch::lookForLegacyTray);
   patience_.start(kPatienceMilliseconds);
+  greetBus([self = QPointer<TrayWatch>(this)] {
+    if (self != nullptr) self->watchBus();
+  });
 }
 
 void TrayWatch::watchBus() {
+  doesBusAnswer_ = true;
   if (isSettled_) return;
   const QDBusConnection bus = QDBusConnection::sessionBus();
   if (!bus.isConnected()) return;

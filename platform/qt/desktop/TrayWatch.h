@@ -5,9 +5,8 @@
 #include <QTimer>
 #include <functional>
 
-#include "platform/qt/QtDescriptorWatcher.h"
+#include "platform/qt/DesktopModule.h"
 #include "platform/qt/desktop/LegacyTray.h"
-#include "platform/sdbus/BusGreeting.h"
 
 namespace kv {
 
@@ -32,7 +31,7 @@ class TrayWatch final : public QObject {
   static constexpr int kPatienceMilliseconds = 10'000;
 
   /// Calls `found` once, not from within the constructor.
-  explicit TrayWatch(std::function<void(Road)> found);
+  TrayWatch(std::function<void(Road)> found, const DesktopModule::GreetBus& greetBus);
 
  private:
   void watchBus();
@@ -44,8 +43,6 @@ class TrayWatch final : public QObject {
   QDBusServiceWatcher watcher_;
   QTimer patience_;
   LegacyTray legacyTray_;
-  QtDescriptorWatcher descriptors_;
-  BusGreeting greeting_;
   bool doesBusAnswer_ = false;
   bool isSettled_ = false;
 };
