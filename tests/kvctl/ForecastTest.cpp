@@ -62,6 +62,7 @@ class ForecastTest : public testing::Test {
     const char* asleep = "";
     const char* absent = "";
     Seconds duration{20 * 60};
+    std::optional<Pause> pause = std::nullopt;
   };
   struct Case {
     const char* why;
@@ -74,6 +75,7 @@ class ForecastTest : public testing::Test {
       plan.days = one.supposed.days;
       plan.duration = one.supposed.duration;
       plan.asleep = DailyWindow::parse(one.supposed.asleep);
+      plan.pause = one.supposed.pause;
       plan.absences.clear();
       const std::string absent = one.supposed.absent;
       if (const auto colon = absent.find(':'); colon != std::string::npos) {
@@ -112,6 +114,11 @@ TEST_F(ForecastTest, TellsWhatMakesABackupLate) {
         "is over",
         "07:00  Any     20 min  once a day; due since 00:00: the computer slept until 07:00",
         "Late  the computer sleeps from when it is due until the day is over"}},
+      {"a pause of some hours",
+       {.pause = Pause{localDate("2024-03-05 12:00")}},
+       {Task("Docs").daily("09:30").lastRun("4"), Task("Mail").daily("13:00").lastRun("4")},
+       {"12:00  Docs    20 min  daily 09:30; due since 09:30: paused until 12:00",
+        "13:00  Mail    20 min  daily 13:00"}},
   });
 }
 
@@ -133,6 +140,12 @@ TEST_F(ForecastTest, TellsWhatIsSkipped) {
        {Task("Docs").daily("20:00").lastRun("4"), Task("Mail").daily("23:00").lastRun("4")},
        {"--:--  Mail   skipped  daily 23:00: other backups run whenever it is due (Docs)",
         "20:00  Docs       8 h  daily 20:00", "Mail  other backups run whenever it is due"}},
+      {"paused until somebody resumes",
+       {.pause = Pause{}},
+       {Task("Docs").daily("09:30").lastRun("4"), Task("Log").minutes("2024-03-05 07:00")},
+       {"--:--  Docs   skipped  daily 09:30: the schedule is paused when it is due",
+        "Docs  the schedule is paused when it is due",
+        "Log   the schedule is paused when it is due"}},
       {"not what ran today already",
        {},
        {Task("Docs").daily("09:30").lastRun("5")},

@@ -8,6 +8,7 @@
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/Task.h"
 #include "tools/kvctl/ExitStatus.h"
+#include "tools/kvctl/Pause.h"
 #include "tools/kvctl/StatusCommand.h"
 
 namespace kv::kvctl {
@@ -40,9 +41,11 @@ TEST(Status, KnowsAPauseAsTheAgentDoes) {
       {"{\"unt", false, ""},
   };
   for (const auto& one : kCases) {
-    std::optional<Date> until;
-    EXPECT_EQ(isPausedBy(one.text, now, until), one.isPaused) << one.text;
-    EXPECT_EQ(until, *one.until ? std::optional(localDate(one.until)) : std::nullopt) << one.text;
+    const auto pause = pauseIn(one.text, now);
+    EXPECT_EQ(pause.has_value(), one.isPaused) << one.text;
+    EXPECT_EQ(pause.value_or(Pause{}).until,
+              *one.until ? std::optional(localDate(one.until)) : std::nullopt)
+        << one.text;
   }
 }
 

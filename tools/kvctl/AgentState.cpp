@@ -16,19 +16,13 @@
 #include "scheduler/NextRun.h"
 #include "tools/kvbackup/BackupSet.h"
 #include "tools/kvbackup/History.h"
-#include "tools/kvbackup/LocalCalendar.h"
+#include "tools/kvctl/Pause.h"
 
 namespace kv::kvctl {
 namespace {
 
 using Array = PropertyList::Array;
 using Dictionary = PropertyList::Dictionary;
-
-/// The default host's pauses last until the next day at the longest, of 25 hours and a little.
-constexpr Seconds kLongestPause{26.0 * 3600};
-/// By how much a clock may have been put right since a pause began.
-constexpr Seconds kTolerance{5.0 * 60};
-constexpr std::size_t kLongestPauseFile = std::size_t{1} << 16;
 
 // ---- What the agent says -----------------------------------------------------------------------
 
@@ -146,23 +140,6 @@ void readSets(AgentState& state, const Context& context, const Sets& sets) {
   }
 }
 
-void readPause(AgentState& state, const Context& context) {
-  const auto pause = context.files->read(context.stateFolder + "/paused.json", kLongestPauseFile);
-  state.isPaused = pause && isPausedBy(*pause, context.clock->now(), state.pausedUntil);
-}
-
-/// An instant as JavaScript writes it, "2024-03-05T08:30:00.000Z".
-std::optional<Date> instantOf(const Json& object, const char* key) {
-  const auto found = object.find(key);
-  if (found == object.end() || !found->is_string()) return std::nullopt;
-  std::string stamp = found->get<std::string>();
-  constexpr std::size_t kPoint = sizeof("2024-03-05T08:30:00") - 1;
-  if (stamp.size() > kPoint + 1 && stamp[kPoint] == '.' && stamp.back() == 'Z') {
-    stamp.erase(kPoint, stamp.size() - 1 - kPoint);
-  }
-  return dateFromUtcStamp(stamp);
-}
-
 }  // namespace
 
 std::string noAgentRemark(const Context& context) {
@@ -206,21 +183,6 @@ void addAnswer(AgentState& state, const Dictionary& answer) {
   }
 }
 
-bool isPausedBy(const std::string& text, Date now, std::optional<Date>& until) {
-  until.reset();
-  const Json found = Json::parse(text, nullptr, false);
-  if (!found.is_object() || !found.contains("until")) return false;
-  if (found["until"].is_null()) return true;
-  const auto end = instantOf(found, "until");
-  if (!end) return false;
-  const Date earliest = *end + -kLongestPause;
-  const Date since = std::max(instantOf(found, "since").value_or(earliest), earliest);
-  // With the clock set back it would last longer than it was meant to.
-  if (*end <= now || *end - now > *end - since + kTolerance) return false;
-  until = end;
-  return true;
-}
-
 AgentState readAgentState(const Context& context, const Sets& sets) {
   AgentState state;
   state.traceFile = context.traceFile;
@@ -229,7 +191,9 @@ AgentState readAgentState(const Context& context, const Sets& sets) {
                       : context.homeFolder + "/Library/Logs/KVScheduler/KVScheduler.txt";
   if (context.isAboutNow && askAgent(state, context)) return state;
   readLock(state, context);
-  readPause(state, context);
+  const auto pause = readPause(context);
+  state.isPaused = pause.has_value();
+  if (pause) state.pausedUntil = pause->until;
   if (context.isAboutNow) readProcesses(state, context);
   readSets(state, context, sets);
   return state;

@@ -69,8 +69,4 @@ bool askAgent(AgentState& state, const Context& context);
 /// As the agent's own answer has it; for readAgentState() and tests.
 void addAnswer(AgentState& state, const PropertyList::Dictionary& answer);
 
-/// Whether scheduling is paused at `now` by what `text`, the content of paused.json, says; the end
-/// of the pause in `until`.
-bool isPausedBy(const std::string& text, Date now, std::optional<Date>& until);
-
 }  // namespace kv::kvctl

@@ -21,14 +21,16 @@ bool ForecastRun::isLate() const {
 
 std::vector<ForecastSet> forecast(const TaskList& sets, const ForecastPlan& plan,
                                   ForecastSink& sink) {
+  const auto isPaused = [pause = plan.pause](Date now) { return pause && pause->contains(now); };
   const auto observer = std::make_shared<ForecastObserver>(plan, sink);
-  Simulation simulation({.sets = sets,
-                         .begin = plan.begin,
-                         .locale = plan.locale,
-                         .application = {.duration = plan.duration, .absences = plan.absences},
-                         .observer = observer,
-                         .asleep = plan.asleep,
-                         .timersAsleep = VirtualRunLoop::Sleep::kStandsStill});
+  Simulation simulation(
+      {.sets = sets,
+       .begin = plan.begin,
+       .locale = plan.locale,
+       .application = {.duration = plan.duration, .isPaused = isPaused, .absences = plan.absences},
+       .observer = observer,
+       .asleep = plan.asleep,
+       .timersAsleep = VirtualRunLoop::Sleep::kStandsStill});
   observer->begin([&simulation] { return simulation.application().sets(); });
   simulation.runUntil(plan.end());
   return observer->end();

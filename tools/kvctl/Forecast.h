@@ -9,6 +9,7 @@
 #include "app/Host.h"
 #include "platform/Date.h"
 #include "platform/DateFormatter.h"
+#include "tools/kvctl/Pause.h"
 #include "tools/simulation/DailyWindow.h"
 #include "tools/simulation/SimulatedApplication.h"
 
@@ -22,6 +23,8 @@ struct ForecastPlan {
   Seconds duration{20 * 60};
   std::vector<SimulatedApplication::Absence> absences = {};
   std::optional<DailyWindow> asleep = std::nullopt;
+  /// In force when the forecast begins.
+  std::optional<Pause> pause = std::nullopt;
 
   Date end() const;
 };
@@ -44,6 +47,8 @@ struct ForecastRun {
   bool missedVolume = false;
   /// When the computer woke up while it was due.
   std::optional<Date> sleptUntil;
+  /// The end of the pause, when it was due before that.
+  std::optional<Date> pausedUntil;
 
   /// Whether it came more than a tick late.
   bool isLate() const;
@@ -54,6 +59,7 @@ enum class SkipReason {
   kNoDestination,  ///< it has none
   kNoVolume,       ///< its destination is away
   kBusy,           ///< other backups run
+  kPaused,         ///< the schedule is paused
   kStoredDay,      ///< it last ran on a day of the same number
   kAsleep,         ///< there is no tick on that day after its time
 };

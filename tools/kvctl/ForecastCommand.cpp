@@ -121,7 +121,8 @@ ForecastSubject subjectFor(const Context& context, const ForecastOptions& option
                           .plan = {.begin = context.clock->now(),
                                    .days = options.days,
                                    .locale = context.locale,
-                                   .duration = parseDuration(options.duration)},
+                                   .duration = parseDuration(options.duration),
+                                   .pause = readPause(context)},
                           .style = context.style,
                           .hasBlocks = showsUtf8(),
                           .write = print};

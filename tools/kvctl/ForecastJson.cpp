@@ -18,6 +18,8 @@ const char* nameOf(SkipReason reason) {
       return "no-volume";
     case SkipReason::kBusy:
       return "other-backups";
+    case SkipReason::kPaused:
+      return "paused";
     case SkipReason::kStoredDay:
       return "stored-day";
     case SkipReason::kAsleep:
@@ -68,7 +70,8 @@ void ForecastJson::runs(const ForecastRun& run) {
                   {"waitedBehind", run.isLate() ? namesJson(run.behind) : Json::array()},
                   {"heldUpBy", run.heldUpBy ? setJson(*run.heldUpBy) : Json(nullptr)},
                   {"missedDestination", run.missedVolume},
-                  {"sleptUntil", instantJson(run.sleptUntil)}});
+                  {"sleptUntil", instantJson(run.sleptUntil)},
+                  {"pausedUntil", instantJson(run.pausedUntil)}});
 }
 
 void ForecastJson::skips(const ForecastSkip& skip) {

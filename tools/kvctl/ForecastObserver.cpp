@@ -95,6 +95,11 @@ void ForecastObserver::judged(const PropertyList& entry, Outcome outcome) {
       if (!stuck_ && TaskRecord(entry).isInterval()) stuck_ = index;
       break;
     case Outcome::kBackupRunning:
+      if (!run_ && plan_.pause && plan_.pause->contains(lastTick_)) {
+        ++state.wasPaused;
+        state.hasBeenPaused = true;
+        break;
+      }
       ++state.wasBusy;
       if (run_) waitsBehind(state.behind, run_->index);
       break;
@@ -131,8 +136,10 @@ void ForecastObserver::runBegan(const SimulatedRun& run) {
                      .behind = state.behind,
                      .heldUpBy = state.heldUpBy,
                      .missedVolume = state.missedVolumeAt.has_value(),
-                     .sleptUntil = std::nullopt};
+                     .sleptUntil = std::nullopt,
+                     .pausedUntil = std::nullopt};
   if (wokeUpAt_ > due) run_->sleptUntil = wokeUpAt_;
+  if (state.hasBeenPaused && plan_.pause->contains(due)) run_->pausedUntil = plan_.pause->until;
 }
 
 void ForecastObserver::runEnded(const SimulatedRun& run) {
@@ -172,10 +179,16 @@ void ForecastObserver::closeDay(Date dayEnd) {
       ++state.sum.skips;
       state.lastSkip = skip->reason;
     }
-    state.missedVolume = state.wasBusy = 0;
+    state.missedVolume = state.wasBusy = state.wasPaused = 0;
     state.hasRunToday = false;
     if (state.due && *state.due < dayEnd) setDue(index, dayEnd);
   }
+}
+
+/// What a due set found most often at the ticks of a day.
+SkipReason ForecastObserver::missed(const PropertyList& record, const State& state) {
+  if (state.wasPaused > std::max(state.missedVolume, state.wasBusy)) return SkipReason::kPaused;
+  return state.missedVolume >= state.wasBusy ? missing(record) : SkipReason::kBusy;
 }
 
 std::optional<ForecastSkip> ForecastObserver::skipOf(std::size_t index, Date dayEnd) const {
@@ -189,8 +202,8 @@ std::optional<ForecastSkip> ForecastObserver::skipOf(std::size_t index, Date day
       .index = index, .due = *due, .reason = SkipReason::kAsleep, .behind = state.behind};
   const bool bearsItsNumber =
       storedDay(TaskRecord(record).option("dayOfMonth")) == std::to_string(day_);
-  if (state.missedVolume > 0 || state.wasBusy > 0) {
-    skip.reason = state.missedVolume >= state.wasBusy ? missing(record) : SkipReason::kBusy;
+  if (state.missedVolume > 0 || state.wasBusy > 0 || state.wasPaused > 0) {
+    skip.reason = missed(record, state);
   } else if (bearsItsNumber) {
     // On the first day it may well have run already.
     if (dayStart_ == plan_.begin) return std::nullopt;
@@ -241,6 +254,7 @@ std::string ForecastObserver::whyNeverInterval(const PropertyList& record,
   if (!due) return "it has no date of its next run";
   if (*due >= plan_.end()) return fmt::format("it is not due before {}", dayStamp(*due));
   if (state.missedVolumeInAll > 0) return reasonText(missing(record));
+  if (state.hasBeenPaused) return reasonText(SkipReason::kPaused);
   const std::string since = dayStamp(std::max(*due, plan_.begin));
   if (plan_.end() - *due <= KVTimer::kTickInterval) return fmt::format("it is due at {}", since);
   if (state.heldUpBy) {
@@ -262,12 +276,12 @@ std::string ForecastObserver::whyNeverByDays(const PropertyList& record, const S
     // See selectedWeekdays() in scheduler/Rules.cpp.
     return "it is set for Tuesday alone, which never comes where the week starts on Monday";
   }
-  if (state.sum.skips == 0 && state.missedVolume == 0 && state.wasBusy == 0) {
+  if (state.sum.skips == 0 && state.missedVolume + state.wasBusy + state.wasPaused == 0) {
     const auto next = nextDue(record, plan_.end(), patterns_);
     return next ? fmt::format("it is not due before {}", dayStamp(*next)) : "it is not due";
   }
   if (state.sum.skips > 0) return reasonText(state.lastSkip);
-  return reasonText(state.missedVolume > 0 ? missing(record) : SkipReason::kBusy);
+  return reasonText(missed(record, state));
 }
 
 }  // namespace kv::kvctl

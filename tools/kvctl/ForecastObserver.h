@@ -52,10 +52,12 @@ class ForecastObserver final : public SimulationObserver {
     /// Of the present day.
     std::uint64_t missedVolume = 0;
     std::uint64_t wasBusy = 0;
+    std::uint64_t wasPaused = 0;
     bool hasRunToday = false;
     /// Of the whole forecast.
     ForecastSet sum;
     std::uint64_t missedVolumeInAll = 0;
+    bool hasBeenPaused = false;
     SkipReason lastSkip = SkipReason::kAsleep;
   };
 
@@ -63,6 +65,7 @@ class ForecastObserver final : public SimulationObserver {
   void closeDays(Date now);
   void closeDay(Date dayEnd);
   std::optional<ForecastSkip> skipOf(std::size_t index, Date dayEnd) const;
+  static SkipReason missed(const PropertyList& record, const State& state);
   std::string whyNever(std::size_t index) const;
   std::string whyNeverInterval(const PropertyList& record, const State& state) const;
   std::string whyNeverByDays(const PropertyList& record, const State& state) const;

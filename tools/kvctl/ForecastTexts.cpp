@@ -15,6 +15,13 @@ std::string windowText(const DailyWindow& window) {
                      window.until / 60, window.until % 60);
 }
 
+std::string pauseText(const ForecastPlan& plan) {
+  if (!plan.pause) return " and nothing is paused";
+  const auto until = plan.pause->until;
+  return until ? fmt::format("; the schedule is paused until {}", dayStamp(*until))
+               : "; the schedule is paused, and nobody resumes it";
+}
+
 }  // namespace
 
 std::string clockText(Date date) {
@@ -55,6 +62,9 @@ std::string delayText(const ForecastRun& run, const std::vector<std::string>& na
   if (run.sleptUntil) {
     causes.push_back(fmt::format("the computer slept until {}", clockText(*run.sleptUntil)));
   }
+  if (run.pausedUntil) {
+    causes.push_back(fmt::format("paused until {}", clockText(*run.pausedUntil)));
+  }
   if (run.missedVolume) causes.push_back("its destination was away");
   if (run.heldUpBy) {
     causes.push_back(
@@ -77,6 +87,8 @@ std::string reasonText(SkipReason reason) {
       return "its destination is away whenever it is due";
     case SkipReason::kBusy:
       return "other backups run whenever it is due";
+    case SkipReason::kPaused:
+      return "the schedule is paused when it is due";
     case SkipReason::kStoredDay:
       return "it last ran on a day of the same number, so it counts as done";
     case SkipReason::kAsleep:
@@ -95,9 +107,9 @@ std::string skipText(const ForecastSkip& skip, const std::vector<std::string>& n
 
 std::string assumptionText(const ForecastPlan& plan) {
   std::string text = fmt::format(
-      "Supposed: the agent runs; at the beginning no backup runs and nothing is paused; each "
-      "backup takes {}, succeeds and is recorded; ",
-      spanText(plan.duration));
+      "Supposed: the agent runs; at the beginning no backup runs{}; each backup takes {}, succeeds "
+      "and is recorded; ",
+      pauseText(plan), spanText(plan.duration));
   if (plan.absences.empty()) text += "all destinations are there, also what is not at present; ";
   for (const auto& absence : plan.absences) {
     text += fmt::format("{} is away {}; ", shown(absence.destination), windowText(absence.window));

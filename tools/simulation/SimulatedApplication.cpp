@@ -99,7 +99,8 @@ bool SimulatedApplication::record(const SimulatedRun& run) {
 }
 
 std::optional<PropertyList> SimulatedApplication::checkRunningBackupStatus() {
-  return PropertyList(isSeenRunning_ ? 1 : 0);
+  const bool isPaused = behaviour.isPaused && behaviour.isPaused(clock_->now());
+  return PropertyList(isSeenRunning_ || isPaused ? 1 : 0);
 }
 
 std::optional<PropertyList> SimulatedApplication::checkBackupStatus() {

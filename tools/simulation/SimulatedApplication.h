@@ -42,6 +42,8 @@ class SimulatedApplication final : public Host {
     std::function<bool(const std::string& set)> fails = nullptr;
     /// The application is open already: runs are asked for, not started.
     bool isOpen = false;
+    /// Whether the host is paused: then it answers that a backup runs.
+    std::function<bool(Date now)> isPaused = nullptr;
     /// When destinations are away, day by day.
     std::vector<Absence> absences = {};
   };
