@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "app/StartupError.h"
+#include "logging/Log.h"
 #include "platform/BackgroundQueue.h"
 #include "platform/HiddenStatusBar.h"
 #include "platform/PlatformError.h"
@@ -85,6 +86,14 @@ std::shared_ptr<StatusBar> makeStatusBar(DesktopModule* desktop, const std::stri
         "its module qt6-wayland)");
   }
   return std::make_shared<HiddenStatusBar>();
+}
+
+/// Whether the process would not end yet if it were up to us.
+constinit bool gIsServing = false;
+
+/// Qt ends the process by itself when the display goes, in the middle of the event loop.
+void tellOfEarlyEnd() {
+  if (gIsServing) LOG_ERROR("the display has gone, and the agent has to end with it");
 }
 
 }  // namespace
@@ -171,7 +180,10 @@ int Agent::run() {
       service_->attend();
       releaseStartupPages();
     });
+    std::atexit(tellOfEarlyEnd);
+    gIsServing = true;
     QCoreApplication::exec();
+    gIsServing = false;
     application_->willTerminate();
   }
   return application_->exitStatus().value_or(0);

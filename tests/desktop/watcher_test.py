@@ -225,15 +225,17 @@ class MissingPartsTest(WatcherTest):
         self.session.bus_daemon.end()
         self.agent.wait_until_said("beat", self.agent.said().count("beat") + 3)
 
-    def test_display_that_ends(self):
+    def test_display_that_ends_is_told_in_the_log(self):
         display = Display()
         self.addCleanup(display.close)
         session = self.new_session(display)
         watcher = Watcher(session)
-        self.start(session=session)
+        self.start("DDLog.addLogger(new DDFileLogger());", session)
         self.wait_for_item(watcher)
         display.server.end()
         self.assertGreaterEqual(self.agent.wait_for_end(), 0, "ended by a signal")
+        [log] = (session.root / "home/Library/Logs/KVScheduler").iterdir()
+        self.assertIn("the display has gone", log.read_text())
 
 
 if __name__ == "__main__":
