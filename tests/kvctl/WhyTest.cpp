@@ -2,6 +2,7 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -102,6 +103,9 @@ TEST_F(Why, EachSetHasItsReason) {
        {"A is not due yet: it is due today at 10:01.",
         "B is not due: it ran today (stored day 24), next chance tomorrow at 09:30.",
         "C is not due: it ran today (stored day 24), next chance tomorrow at 00:00."}},
+      {"a value that is unequal to itself",
+       {Task("A").daily("10:01").lastRun(23).field("note", std::nan(""))},
+       {"A is not due yet: it is due today at 10:01."}},
       {"weekdays",
        {Task("A").weekly("09:30").on(2).on(5), Task("B").weekly("09:30"),
         Task("C").weekly("10:30").on(3)},

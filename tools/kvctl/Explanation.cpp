@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "platform/PropertyListWriter.h"
 #include "scheduler/FieldReaders.h"
 #include "scheduler/IntervalOrder.h"
 #include "scheduler/NextRun.h"
@@ -54,6 +55,15 @@ const PropertyList* member(const PropertyList& value, const char* key) {
 std::optional<std::string> textOf(const std::optional<PropertyList>& value) {
   const auto* text = value ? value->as<PropertyList::String>() : nullptr;
   return text == nullptr ? std::nullopt : std::optional(*text);
+}
+
+/// Whether two lists were read from the same documents. A NaN is unequal to itself, and equal in
+/// bytes.
+bool isSameList(const TaskList& one, const TaskList& other) {
+  const auto bytes = [](const TaskList& list) {
+    return writePropertyList(list, PropertyListEncoding::kBinary);
+  };
+  return one == other || bytes(one) == bytes(other);
 }
 
 }  // namespace
@@ -108,7 +118,7 @@ Explainer::Explainer(const Context& context)
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     sets_ = std::make_unique<Sets>(standing);
     rehearsal_ = Rehearsal::run(rehearsalEnvironment(standing));
-    const bool isSame = rehearsal_.list == sets_->list();
+    const bool isSame = isSameList(rehearsal_.list, sets_->list());
     if (isSame) noteOrder();
     if (isSame || !rehearsal_.hasScheduler) return;
   }
