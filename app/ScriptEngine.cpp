@@ -147,6 +147,8 @@ std::optional<QJSValue> ScriptEngine::callGuarded(const Operation& operation, co
   if (answer.isError()) {
     // Either the operation's own answer or, when the engine is out of stack, the guard's failure.
     operationFailed(answer.property("stack").toString(), answer.toString().toStdString());
+  } else if (operation.wantsPlainAnswer && answer.isObject()) {
+    operationFailed({}, "answered an object; a boolean, number or text is wanted");
   }
   if (calling.call().failed) return std::nullopt;
   faults_.worked(operation.name);

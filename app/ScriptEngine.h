@@ -47,11 +47,13 @@ class ScriptEngine {
     QString origin;
     /// Missing is no fault.
     bool isOptional = false;
+    /// An object is no answer: a Promise, say, would otherwise count as true.
+    bool wantsPlainAnswer = false;
   };
 
   /// Calls `object`'s operation and yields its answer. Nothing when it is missing or throws, when
-  /// it answers an Error, or when calls are nested beyond kDeepestCalls; the system log then says
-  /// which operation, file and line.
+  /// it answers an Error or what is not wanted, or when calls are nested beyond kDeepestCalls; the
+  /// system log then says which operation, file and line.
   std::optional<QJSValue> invoke(const QJSValue& object, const Operation& operation,
                                  const QJSValue& first = {}, const QJSValue& second = {});
 

@@ -19,15 +19,15 @@ void ScriptHost::reloadMenuNow(const TaskList& list) {
 }
 
 std::optional<PropertyList> ScriptHost::checkRunningBackupStatus() {
-  return ask(operation("checkRunningBackupStatus"));
+  return ask(question("checkRunningBackupStatus"));
 }
 
 std::optional<PropertyList> ScriptHost::checkBackupStatus() {
-  return ask(operation("checkBackupStatus"));
+  return ask(question("checkBackupStatus"));
 }
 
 bool ScriptHost::checkIfDiskExists_fromSchedule(const PropertyList* path, int fromSchedule) {
-  const auto check = operation("checkIfDiskExists_fromSchedule");
+  const auto check = question("checkIfDiskExists_fromSchedule");
   try {
     const auto answer =
         engine_.invoke(delegate_, check, engine_.values().fromPropertyList(path), fromSchedule);

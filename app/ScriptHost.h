@@ -38,6 +38,7 @@ class ScriptHost final : public Host {
  private:
   ScriptEngine::Operation operation(const char* name) const { return {name, origin_}; }
   ScriptEngine::Operation optional(const char* name) const { return {name, origin_, true}; }
+  ScriptEngine::Operation question(const char* name) const { return {name, origin_, false, true}; }
   std::optional<PropertyList> ask(const ScriptEngine::Operation& asked);
   void tell(const char* name, const PropertyList* set);
   void notify(const char* name);

@@ -25,6 +25,9 @@
   const application = {
     get delegate() { return delegate; },
     set delegate(value) {
+      if (absentAsNull(value) !== null && !isObject(value)) {
+        throw new TypeError('application.delegate must be an object');
+      }
       delegate = value;
       // Where the fault is when the delegate lacks an operation.
       delegateOrigin = new Error().stack;

@@ -190,6 +190,7 @@ TEST_F(AgentTest, ABundleThatCannotBeLoadedEndsTheStartWithOneLine) {
       {"Scripts/readme.txt", "", "/bundle/Scripts: holds no host script (*.js)"},
       {"Scripts/a.js", "\nlet a = ;\n", "/bundle/Scripts/a.js:2: SyntaxError"},
       {"Scripts/a.js", "function f() {\n system.after(1) }\nf()", "/a.js:2: TypeError: after ta"},
+      {"Scripts/a.js", "application.delegate = 5", "TypeError: application.delegate must be an"},
       {"Info.plist", "nonsense", "/bundle/Info.plist: is no property list"},
   };
   for (const auto& [file, text, message] : kCases) {

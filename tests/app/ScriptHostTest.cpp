@@ -9,6 +9,7 @@ namespace kv::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 /// Each operation of the host; true when it answers something.
@@ -57,8 +58,9 @@ TEST(ScriptHost, AFailingOperationAnswersNothingAndTheLogSaysWhere) {
 
 TEST(ScriptHost, AnswersReadAsJavaScriptMeansThem) {
   const std::tuple<std::string, const char*, bool> kCases[] = {
-      {"true", "1", true},   {"0", "0", false}, {"0.5", "0.5", true},      {"'0'", "0", true},
-      {"NaN", "nan", false}, {"''", "", false}, {"() => 1", "none", true}, {"null", "none", false},
+      {"true", "1", true},          {"0", "0", false},       {"0.5", "0.5", true},
+      {"'0'", "0", true},           {"NaN", "nan", false},   {"''", "", false},
+      {"undefined", "none", false}, {"null", "none", false},
   };
   for (const auto& [answer, status, present] : kCases) {
     ScriptWorld world;
@@ -68,6 +70,22 @@ TEST(ScriptHost, AnswersReadAsJavaScriptMeansThem) {
     EXPECT_EQ(host->checkBackupStatus().value_or("none").description(), status);
     EXPECT_EQ(host->checkIfDiskExists_fromSchedule(nullptr, 1), present) << answer;
     EXPECT_THAT(world.log(), IsEmpty());
+  }
+}
+
+TEST(ScriptHost, AnObjectIsNoAnswer) {
+  for (const std::string answer :
+       {"Promise.resolve(false)", "new Boolean(false)", "[]", "() => 1"}) {
+    ScriptWorld world;
+    world.script("application.delegate = { checkIfDiskExists_fromSchedule: () => (" + answer +
+                 "), checkRunningBackupStatus: () => (" + answer + ") };");
+    const auto host = world.application->delegate();
+    for (int time = 0; time < 2; ++time) {
+      EXPECT_FALSE(host->checkIfDiskExists_fromSchedule(nullptr, 1)) << answer;
+      EXPECT_FALSE(host->checkRunningBackupStatus()) << answer;
+    }
+    EXPECT_THAT(world.log(), ElementsAre(HasSubstr("checkIfDiskExists_fromSchedule: answered an"),
+                                         HasSubstr("checkRunningBackupStatus: answered an")));
   }
 }
 
@@ -98,7 +116,7 @@ TEST(ScriptHost, CallsBackAndForthEnd) {
       application.delegate = { reloadMenuNow() { ++made; new KVTimer(); } };
       new KVTimer();)");
   EXPECT_EQ(world.show("made"), std::to_string(ScriptEngine::kDeepestCalls));
-  EXPECT_THAT(world.log(), ElementsAre(testing::HasSubstr("reloadMenuNow: the program and the")));
+  EXPECT_THAT(world.log(), ElementsAre(HasSubstr("reloadMenuNow: the program and the")));
 }
 
 }  // namespace
