@@ -19,6 +19,7 @@ DDLogMessage::DDLogMessage(const Fields& fields)
       tag_(fields.tag) {
   keepNames(fields.file, fields.function);
   const Date now = fields.timestamp ? *fields.timestamp : systemClock()->now();
+  forgetThreadName();
   takeDownCaller(now);
 }
 

@@ -70,7 +70,8 @@ class DDLogMessage : public std::enable_shared_from_this<DDLogMessage> {
   std::int64_t options() const { return options_; }
   Date timestamp() const { return timestamp_; }
   std::string_view threadID() const { return {thread_.id.data(), thread_.idLength}; }
-  /// Empty for a thread without a name.
+  /// Empty for a thread that bears the program's name, as threads do that nobody names. Of a
+  /// thread that is named anew DDLog may show the former name for another ten milliseconds.
   std::string_view threadName() const { return {thread_.name.data(), thread_.nameLength}; }
   /// The label of the queue that the caller's work ran as; see SerialQueue::currentLabel().
   std::string_view queueLabel() const { return queueLabel_; }

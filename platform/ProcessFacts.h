@@ -10,7 +10,7 @@ struct ProcessFacts {
   /// The name of the executable file.
   std::string name;
   int pid = 0;
-  /// Processors that the process may use, at least 1.
+  /// Processors of the machine, at least 1; the process may be kept to fewer.
   unsigned processors = 1;
   /// The identifier of the main bundle; absent for a program without one.
   std::optional<std::string> bundleIdentifier;

@@ -268,7 +268,8 @@ bool QueueState::waitForWork(bool isBusy) {
 
   std::unique_lock lock(mutex_);
   const auto now = SteadyClock::now();
-  if (isBusy) lingersUntil = now + kLingering;
+  const bool mayLinger = lingers_ || loans_.load(std::memory_order_relaxed) != 0;
+  if (isBusy && mayLinger) lingersUntil = now + kLingering;
   const auto signalsBefore = signals_;
   const auto isSignalled = [&] { return signals_ != signalsBefore; };
   if (now < lingersUntil) {

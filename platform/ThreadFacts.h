@@ -15,6 +15,7 @@ struct ThreadFacts {
   std::array<char, 16> id{};
   std::uint8_t idLength = 0;
   std::uint8_t nameLength = 0;
+  /// Empty for a thread that bears the program's name, as threads do that nobody names.
   std::array<char, 16> name{};
 
   /// Every message that is logged asks this: a few comparisons of words, no call.
@@ -33,10 +34,12 @@ struct ThreadFacts {
 };
 
 /// The facts of the calling thread. They are looked up once and kept, since each costs a system
-/// call; the name is looked up again when `now` lies in another second than the last time.
+/// call; the name is looked up again when ten milliseconds have passed since.
 ///
 /// Each operating system's folder implements this and the functions below.
 const ThreadFacts& currentThreadFacts(Date now);
+/// Has the calling thread's name looked up by the next call, however soon that comes.
+void forgetThreadName();
 
 bool isMainThread();
 

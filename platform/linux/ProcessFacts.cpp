@@ -1,12 +1,10 @@
 #include "platform/ProcessFacts.h"
 
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <fstream>
-#include <memory>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -43,30 +41,13 @@ std::string executableName() {
   return name;
 }
 
-struct FreeSet {
-  void operator()(cpu_set_t* set) const { CPU_FREE(set); }
-};
-
-unsigned usableProcessors() {
-  // A machine with more processors than the set can tell refuses it: try larger ones.
-  constexpr unsigned kLargest = 1U << 16;
-  for (unsigned capacity = CPU_SETSIZE; capacity <= kLargest; capacity *= 2) {
-    const std::unique_ptr<cpu_set_t, FreeSet> set(CPU_ALLOC(capacity));
-    const std::size_t sizeBytes = CPU_ALLOC_SIZE(capacity);
-    if (::sched_getaffinity(0, sizeBytes, set.get()) == 0) {
-      return static_cast<unsigned>(std::max(CPU_COUNT_S(sizeBytes, set.get()), 1));
-    }
-  }
-  return 1;
-}
-
 }  // namespace
 
 ProcessFacts ProcessFacts::current() {
   ProcessFacts facts;
   facts.name = executableName();
   facts.pid = ::getpid();
-  facts.processors = usableProcessors();
+  facts.processors = static_cast<unsigned>(std::max(1L, ::sysconf(_SC_NPROCESSORS_CONF)));
   MainBundle& bundle = mainBundle();
   std::lock_guard lock(bundle.mutex);
   facts.bundleIdentifier = bundle.identifier;

@@ -7,17 +7,22 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
-#include <cmath>
 #include <cstring>
+#include <limits>
 #include <string>
+#include <string_view>
 
 namespace kv {
 namespace {
 
+/// For how long a thread's name is not looked up again, in seconds.
+constexpr double kNameStays = 0.01;
+
 struct KeptFacts {
   ThreadFacts facts;
-  double second = 0;
+  double namedAt = 0;
   /// The generation of the process in which the number was looked up; 0 for never.
   unsigned generation = 0;
 };
@@ -42,6 +47,13 @@ void lookUpName(ThreadFacts& facts) {
   facts.name = {};
   prctl(PR_GET_NAME, facts.name.data());
   facts.nameLength = static_cast<std::uint8_t>(strnlen(facts.name.data(), facts.name.size()));
+  // Threads that nobody names inherit the program's name.
+  const std::string_view name(facts.name.data(), facts.nameLength);
+  const std::string_view program = program_invocation_short_name;
+  if (name == program.substr(0, facts.name.size() - 1)) {
+    facts.name = {};
+    facts.nameLength = 0;
+  }
 }
 
 }  // namespace
@@ -55,11 +67,15 @@ const ThreadFacts& currentThreadFacts(Date now) {
     lookUpNumber(kept.facts);
     kept.generation = generation;
   }
-  if (isOther || !(seconds >= kept.second && seconds < kept.second + 1.0)) {
+  if (isOther || !(seconds >= kept.namedAt && seconds < kept.namedAt + kNameStays)) {
     lookUpName(kept.facts);
-    kept.second = std::floor(seconds);
+    kept.namedAt = seconds;
   }
   return kept.facts;
+}
+
+void forgetThreadName() {
+  tKept.namedAt = -std::numeric_limits<double>::infinity();
 }
 
 bool isMainThread() {

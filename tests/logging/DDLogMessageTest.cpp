@@ -56,6 +56,19 @@ TEST(DDLogMessage, TakesDownWhatOnlyTheCallersThreadKnows) {
   EXPECT_EQ(copy.context() + copy.options(), -4);
 }
 
+TEST(DDLogMessage, KnowsAThreadsNameOfTheMomentAndNoneThatNobodyGave) {
+  std::string names;
+  std::thread([&names] {
+    const auto note = [&names] { names += DDLogMessage({.message = nullptr}).threadName(); };
+    note();
+    for (const char* name : {"one", "two"}) {
+      pthread_setname_np(pthread_self(), name);
+      note();
+    }
+  }).join();
+  EXPECT_EQ(names, "onetwo");
+}
+
 TEST(DDLogMessage, KeepsAGivenTimestampAndNoText) {
   const Date given{Seconds(-5.25)};
   const DDLogMessage message({.message = nullptr, .timestamp = given});
