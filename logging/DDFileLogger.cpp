@@ -30,6 +30,16 @@ struct ClearAtEnd {
 
 }  // namespace
 
+/// Lets go of a file that was rolled, whatever its manager did when it was told.
+struct DDFileLogger::ForgetAtEnd {
+  DDFileLogger& logger;
+  ~ForgetAtEnd() {
+    logger.currentLogFileInfo_.reset();
+    logger.currentLogFileVnode_.reset();
+    logger.rollingTimer_.reset();
+  }
+};
+
 template <class Work>
 void DDFileLogger::guarded(Work&& work) {
   try {
@@ -62,6 +72,7 @@ DDFileLogger::~DDFileLogger() {
     if (!lines_.empty()) writeAll();
     if (currentLogFileHandle_ != nullptr) currentLogFileHandle_->synchronize();
   });
+  finishRolling();
 }
 
 // --- Settings ---
@@ -127,9 +138,11 @@ FileHandle* DDFileLogger::currentLogFileHandle() {
   std::unique_ptr<FileHandle> handle;
   // The file may have gone since it was found or made: then once more from the beginning. A record
   // without its file is not kept, for nobody would make that file again.
-  for (int attempts = 2; attempts > 0 && handle == nullptr; --attempts) {
-    handle = environment_.files->openForAppending(currentLogFileInfo()->filePath());
-    if (handle == nullptr) currentLogFileInfo_.reset();
+  for (int attempts = 2; attempts > 0; --attempts) {
+    const std::string& wanted = currentLogFileInfo()->filePath();
+    handle = environment_.files->openForAppending(wanted);
+    if (handle != nullptr || environment_.files->exists(wanted)) break;
+    currentLogFileInfo_.reset();
   }
   if (handle == nullptr) return nullptr;
   const std::string path = currentLogFileInfo_->filePath();
@@ -151,6 +164,7 @@ void DDFileLogger::rollLogFile() {
 void DDFileLogger::rollLogFileWithCompletionBlock(std::function<void()> completion) {
   const auto work = [this, completion = std::move(completion)] {
     guarded([this] { rollLogFileNow(); });
+    finishRolling();
     if (completion) MainQueue::async(completion);
   };
   if (isOnInternalLoggerQueue()) {
@@ -163,15 +177,17 @@ void DDFileLogger::rollLogFileWithCompletionBlock(std::function<void()> completi
 void DDFileLogger::rollLogFileNow() {
   if (currentLogFileHandle_ == nullptr) return;
   if (!lines_.empty()) writeAll();
-  currentLogFileHandle_->synchronize();
-  currentLogFileHandle_.reset();
-  const auto rolled = std::exchange(currentLogFileInfo_, nullptr);
-  if (rolled != nullptr) {
-    rolled->setIsArchived(true);
-    logFileManager_->didRollAndArchiveLogFile(rolled->filePath());
+  finishRolling();
+  if (mayHold_ && groupsBacklogWrites_) {
+    closer_.close(std::move(currentLogFileHandle_));
+  } else {
+    currentLogFileHandle_->synchronize();
+    currentLogFileHandle_.reset();
   }
-  currentLogFileVnode_.reset();
-  rollingTimer_.reset();
+  const ForgetAtEnd forget{*this};
+  if (currentLogFileInfo_ == nullptr) return;
+  currentLogFileInfo_->setIsArchived(true);
+  logFileManager_->didRollAndArchiveLogFile(currentLogFileInfo_->filePath());
 }
 
 void DDFileLogger::maybeRollLogFileDueToSize() {
@@ -210,6 +226,12 @@ std::function<void()> DDFileLogger::handler(void (DDFileLogger::*work)()) {
 
 void DDFileLogger::willRemoveLogger() {
   guarded([this] { rollLogFileNow(); });
+  finishRolling();
+}
+
+/// Returns when the file that was rolled last is on the disk.
+void DDFileLogger::finishRolling() {
+  guarded([this] { closer_.finish(); });
 }
 
 // --- Writing ---

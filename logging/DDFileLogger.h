@@ -10,6 +10,7 @@
 #include "logging/DDAbstractLogger.h"
 #include "logging/DDLogFileInfo.h"
 #include "logging/DDLogFileManager.h"
+#include "logging/RolledFileCloser.h"
 #include "platform/Clock.h"
 #include "platform/FileWatch.h"
 #include "platform/Files.h"
@@ -32,6 +33,9 @@ namespace kv {
 ///         unless setGroupsBacklogWrites(false). A line whose write fails is lost, counted and
 ///         reported, and nothing of it stays in the file where that can be helped; the next line
 ///         is tried as if nothing had happened.
+/// Rolls   A file is brought to the disk when it is rolled. In the middle of a backlog that goes on
+///         while the next file is being written, of one file at a time; it is over at the latest
+///         when flush(), the completion of rollLogFile() or the logger's removal is.
 ///
 /// Threads    maximumFileSize(), rollingFrequency() and their setters, rollLogFile() and the plain
 ///            settings any; the two getters wait for the global logging queue and the logger's,
@@ -40,8 +44,8 @@ namespace kv {
 ///            archive it.
 /// Units      bytes and seconds.
 /// Errors     none reach the caller: of all file loggers together the first ten failures go to the
-///            system log. A file that cannot be opened is tried anew with each message, and
-///            nothing is reported.
+///            system log. A file that cannot be opened is tried anew with each message, one that
+///            has gone is made anew, and nothing is reported.
 class DDFileLogger : public DDAbstractLogger, private HeldLines {
  public:
   struct Environment {
@@ -64,10 +68,12 @@ class DDFileLogger : public DDAbstractLogger, private HeldLines {
 
   const std::shared_ptr<DDLogFileManager>& logFileManager() const { return logFileManager_; }
 
-  /// The size at which the file is rolled; 0 for never.
+  /// The size at which the file is rolled; 0 for never. A new value holds behind the messages that
+  /// were logged before, and may roll the file at once. (A manager that names files by the minute
+  /// hands out the same file again within it, which then goes on growing.)
   std::uint64_t maximumFileSize();
   void setMaximumFileSize(std::uint64_t sizeBytes);
-  /// The age at which the file is rolled; 0 or less for never.
+  /// The age at which the file is rolled; 0 or less for never. A new value holds as above.
   double rollingFrequency();
   void setRollingFrequency(double seconds);
 
@@ -78,12 +84,13 @@ class DDFileLogger : public DDAbstractLogger, private HeldLines {
   bool automaticallyAppendNewlineForCustomFormatters() const { return appendsNewline_; }
   void setAutomaticallyAppendNewlineForCustomFormatters(bool value) { appendsNewline_ = value; }
   /// Whether lines are written together while a backlog is being drained; else each line is one
-  /// write before the next message is taken.
+  /// write before the next message is taken, and a rolled file is on the disk before that, too.
   bool groupsBacklogWrites() const { return groupsBacklogWrites_; }
   void setGroupsBacklogWrites(bool value) { groupsBacklogWrites_ = value; }
 
   /// Rolls the file after the messages that were logged before, at once when called as the
-  /// logger's queue; then `completion` runs on the main queue.
+  /// logger's queue; then `completion` runs on the main queue, that is when the program drains it
+  /// (see MainQueue.h).
   void rollLogFile();
   void rollLogFileWithCompletionBlock(std::function<void()> completion);
 
@@ -104,6 +111,8 @@ class DDFileLogger : public DDAbstractLogger, private HeldLines {
 
   void logMessage(const DDLogMessage& message) override;
   void willRemoveLogger() override;
+  /// Returns when the files that were rolled are on the disk.
+  void flush() override { finishRolling(); }
   std::string loggerName() const override { return "kelvara.logging.fileLogger"; }
   HeldLines* heldLines() override { return this; }
 
@@ -112,8 +121,11 @@ class DDFileLogger : public DDAbstractLogger, private HeldLines {
   std::size_t count() const override { return lineLengths_.size(); }
   void write() override;
 
+  struct ForgetAtEnd;
+
   bool isDueForArchiving(DDLogFileInfo& info) const;
   bool mustWrite() const;
+  void finishRolling();
   void writeAll();
   void writeLineByLine(FileHandle& handle, std::uint64_t begin);
   /// Runs `work`; what it throws is counted and reported.
@@ -135,8 +147,10 @@ class DDFileLogger : public DDAbstractLogger, private HeldLines {
   double rollingFrequency_ = kDefaultRollingFrequency;
   std::shared_ptr<DDLogFileInfo> currentLogFileInfo_;
   std::unique_ptr<FileHandle> currentLogFileHandle_;
+  RolledFileCloser closer_;
   std::unique_ptr<FileWatch> currentLogFileVnode_;
   std::unique_ptr<TimerSource> rollingTimer_;
+  /// A backlog is being drained.
   bool mayHold_ = false;
   /// Finished lines that are not written yet, and the length of each.
   std::string lines_;

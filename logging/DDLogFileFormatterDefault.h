@@ -14,7 +14,8 @@ namespace kv {
 /// Threads    one logger at a time, since its date formatter is not locked.
 class DDLogFileFormatterDefault final : public DDLogFormatter {
  public:
-  /// `dateFormatter` renders the time stamp instead; null for the usual one.
+  /// `dateFormatter` renders the time stamp instead (see platform/DateFormatter.h); null for the
+  /// usual one.
   explicit DDLogFileFormatterDefault(std::shared_ptr<const DateFormat> dateFormatter = nullptr);
   LogText formatLogMessage(const DDLogMessage& message) override;
 

@@ -72,6 +72,8 @@ class DDLogFileInfo final {
 
   /// Whether `other` is a record of the same path, letter by letter. False for null.
   bool isEqual(const DDLogFileInfo* other) const;
+  bool isEqual(const DDLogFileInfo& other) const { return isEqual(&other); }
+  bool isEqual(const std::shared_ptr<DDLogFileInfo>& other) const { return isEqual(other.get()); }
 
   /// 1 when this file is older than `other`, -1 when it is newer, else 0: sorting by it puts the
   /// newest first. A file without a date counts as older than any with one.

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "logging/ApplicationName.h"
@@ -58,6 +59,10 @@ class DDLogFileManagerDefault : public DDLogFileManager,
   static constexpr std::uint64_t kDefaultLogFilesDiskQuota = 20 * 1024 * 1024;
 
   /// Without a folder, or with none: defaultLogsDirectory(). Nothing is made yet.
+  static std::shared_ptr<DDLogFileManagerDefault> create(
+      std::optional<std::string> logsDirectory = std::nullopt) {
+    return std::make_shared<DDLogFileManagerDefault>(std::move(logsDirectory));
+  }
   explicit DDLogFileManagerDefault(std::optional<std::string> logsDirectory = std::nullopt);
   DDLogFileManagerDefault(std::optional<std::string> logsDirectory, Environment environment);
 

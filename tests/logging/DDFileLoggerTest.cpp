@@ -10,6 +10,7 @@
 #include "logging/DDLogFileFormatterDefault.h"
 #include "logging/DDLogFileManagerDefault.h"
 #include "logging/FormatterSch.h"
+#include "logging/RolledFileCloser.h"
 #include "platform/DateFormatter.h"
 #include "platform/MainQueue.h"
 #include "platform/PlatformError.h"
@@ -127,6 +128,24 @@ TEST_F(DDFileLoggerTest, TheFirstTenFailuresAreReported) {
   EXPECT_EQ(readFile(file(1)), "back\n");
 }
 
+TEST(RolledFileCloserTest, AFailureIsToldOnce) {
+  TemporaryFolder folder;
+  FaultyFiles files;
+  files.onSynchronize = [](int file) {
+    if (file == 1) throw PlatformError("no room on the disk");
+  };
+  RolledFileCloser closer;
+  EXPECT_NO_THROW(closer.finish()) << "there was nothing to finish";
+  const std::string path = folder / "one";
+  writeFile(path, "");
+  closer.close(files.openForAppending(path));
+  EXPECT_THROW(closer.finish(), PlatformError);
+  EXPECT_NO_THROW(closer.finish());
+  closer.close(files.openForAppending(path));
+  EXPECT_NO_THROW(closer.finish());
+  EXPECT_EQ(files.synchronizations, 2);
+}
+
 TEST_F(DDFileLoggerTest, EndsEachLineOnceUnlessAFormatterMadeItAndMayNot) {
   const auto own = [](const DDLogMessage& message) { return message.message(); };
   const auto equal = [](const DDLogMessage& message) { return makeLogText(message.text()); };
@@ -183,6 +202,22 @@ TEST_F(DDFileLoggerTest, RollsBehindTheVeryLineThatReachesTheSize) {
   }
 }
 
+TEST_F(DDFileLoggerTest, ABacklogDoesNotWaitForTheDiskAndAFlushDoes) {
+  logger->setMaximumFileSize(4);
+  // The disk is done with the first file when the second one has its line, and no earlier.
+  Event secondIsWritten;
+  files->failAfter = [&](int write) -> std::optional<std::size_t> {
+    if (write == 2) secondIsWritten.happen();
+    return std::nullopt;
+  };
+  files->onSynchronize = [&](int file) {
+    if (file == 1) secondIsWritten.await();
+  };
+  sayAsBacklog({"one", "two", "three"});
+  EXPECT_EQ(files->synchronizations, 3);
+  EXPECT_THAT(manager->rolled, ElementsAre(file(1), file(2), file(3)));
+}
+
 TEST_F(DDFileLoggerTest, LinesAreWrittenBeforeAnythingElseRunsAsTheLogger) {
   std::string seen;
   Gate gate(*DDLog::loggingQueue());
@@ -231,13 +266,19 @@ TEST_F(DDFileLoggerTest, OnlyLinesWhoseWriteFailedAreLost) {
 
 TEST_F(DDFileLoggerTest, AFileThatCannotBeOpenedIsTriedAnewWithEachMessage) {
   std::filesystem::create_directories(file(1));  // a folder stands where the file is to be
+  const auto record = [this] {
+    std::shared_ptr<DDLogFileInfo> present;
+    logger->loggerQueue()->sync([&] { present = logger->currentLogFileInfo(); });
+    return present;
+  };
   say("nowhere");
-  EXPECT_EQ(logger->lostLines(), 1u);
+  const auto kept = record();
+  say("nowhere");
+  EXPECT_EQ(record(), kept);
+  EXPECT_EQ(logger->lostLines(), 2u);
   EXPECT_THAT(systemLog->lines, IsEmpty());
   EXPECT_EQ(timers->pending, 0);
   std::filesystem::remove(file(1));
-  manager->number = 0;
-  logger->loggerQueue()->sync([this] { logger->rollLogFileNow(); });
   writeFile(file(1), "");
   say("here");
   EXPECT_EQ(readFile(file(1)), "here\n");
@@ -325,7 +366,11 @@ TEST_F(DDFileLoggerTest, RollsOnDemandAndTellsTheMainQueue) {
   EXPECT_THAT(manager->rolled, IsEmpty()) << "there was nothing to roll";
 
   say("first");
+  std::string current;
+  manager->onRoll = [&] { current = logger->currentLogFileInfo()->filePath(); };
   logger->loggerQueue()->sync([&] { logger->rollLogFileWithCompletionBlock([&] { ++told; }); });
+  EXPECT_EQ(current, file(1)) << "the manager is told while the record is held";
+  manager->onRoll = nullptr;
   MainQueue::drain();
   EXPECT_EQ(told, 2);
   EXPECT_EQ(files->synchronizations, 1);

@@ -24,6 +24,8 @@ class FaultyFiles final : public ForwardingFiles {
   /// Of the write of this number, counted from 1, the bytes that still get into the file; nothing
   /// for a write that succeeds.
   std::function<std::optional<std::size_t>(int)> failAfter = [](int) { return std::nullopt; };
+  /// Called with the number of the file that goes to the disk, counted from 1.
+  std::function<void(int)> onSynchronize = [](int) {};
   int writes = 0;
   int synchronizations = 0;
 
@@ -37,7 +39,7 @@ class FaultyFiles final : public ForwardingFiles {
       real_->write(bytes.substr(0, failure.value_or(bytes.size())));
       if (failure) throw PlatformError(fmt::format("write {} failed", files_.writes));
     }
-    void synchronize() override { ++files_.synchronizations; }
+    void synchronize() override { files_.onSynchronize(++files_.synchronizations); }
 
    private:
     FaultyFiles& files_;

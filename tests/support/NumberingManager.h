@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,10 +18,14 @@ class NumberingManager final : public DDLogFileManagerDefault {
   bool isLogFile(std::string_view name) override { return name.starts_with("Sample "); }
   std::string newLogFileName() override { return fmt::format("Sample {}.log", ++number); }
   void didArchiveLogFile(const std::string& path) override { archived.push_back(path); }
-  void didRollAndArchiveLogFile(const std::string& path) override { rolled.push_back(path); }
+  void didRollAndArchiveLogFile(const std::string& path) override {
+    rolled.push_back(path);
+    if (onRoll) onRoll();
+  }
   int number = 0;
   std::vector<std::string> archived;
   std::vector<std::string> rolled;
+  std::function<void()> onRoll;
 };
 
 }  // namespace kv::test
