@@ -31,7 +31,7 @@ void DDAbstractLogger::exchangeFormatter(std::shared_ptr<DDLogFormatter> formatt
 
 std::shared_ptr<SerialQueue> DDAbstractLogger::loggerQueue() {
   const std::lock_guard lock(queueMutex_);
-  if (loggerQueue_ == nullptr) {
+  if (loggerQueue_ == nullptr && !isQueueSet_) {
     loggerQueue_ = std::make_shared<SerialQueue>(loggerName());
     loggerQueue_->setSpecific(this, this);
   }
@@ -41,6 +41,7 @@ std::shared_ptr<SerialQueue> DDAbstractLogger::loggerQueue() {
 void DDAbstractLogger::setLoggerQueue(std::shared_ptr<SerialQueue> queue) {
   const std::lock_guard lock(queueMutex_);
   loggerQueue_ = std::move(queue);
+  isQueueSet_ = true;
 }
 
 std::string DDAbstractLogger::loggerName() const {
@@ -63,12 +64,22 @@ bool DDAbstractLogger::isOnInternalLoggerQueue() const {
 
 void DDAbstractLogger::asyncBetweenMessages(std::function<void()> work) {
   DDLog::loggingQueue()->async([self = shared_from_this(), work = std::move(work)]() mutable {
-    self->loggerQueue()->async([self, work = std::move(work)] { work(); });
+    if (const auto queue = self->loggerQueue()) {
+      queue->async([self, work = std::move(work)] { work(); });
+    } else {
+      work();
+    }
   });
 }
 
 void DDAbstractLogger::syncBetweenMessages(const std::function<void()>& work) {
-  DDLog::loggingQueue()->sync([&] { loggerQueue()->sync(work); });
+  DDLog::loggingQueue()->sync([&] {
+    if (const auto queue = loggerQueue()) {
+      queue->sync(work);
+    } else {
+      work();
+    }
+  });
 }
 
 }  // namespace kv

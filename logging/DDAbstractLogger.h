@@ -33,6 +33,9 @@ class DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DD
   void setLogFormatter(std::shared_ptr<DDLogFormatter> formatter);
 
   std::shared_ptr<SerialQueue> loggerQueue() override;
+  /// For a logger that is not added yet: the dispatcher asks for the queue once per registration.
+  /// isOnInternalLoggerQueue() does not know the new queue. With null the dispatcher makes a queue
+  /// for each registration, and a change of the formatter takes effect as the global one.
   void setLoggerQueue(std::shared_ptr<SerialQueue> queue);
 
   /// The name of the object's class.
@@ -60,6 +63,7 @@ class DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DD
   std::shared_ptr<DDLogFormatter> logFormatter_;
   std::mutex queueMutex_;
   std::shared_ptr<SerialQueue> loggerQueue_;
+  bool isQueueSet_ = false;
 };
 
 }  // namespace kv

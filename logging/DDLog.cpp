@@ -48,7 +48,7 @@ LogDispatcher& DDLog::dispatcher() {
   static LogDispatcher& shared = []() -> LogDispatcher& {
     auto& made = *new LogDispatcher;
     gDispatcher = &made;
-    std::atexit(&DDLog::applicationWillTerminate);
+    std::atexit([] { dispatcher().processEnds(); });
     // Before a fork the handlers added last run first. Loggers must come to rest before the timers
     // and watches are locked, which they use.
     timerSources();
@@ -132,8 +132,8 @@ void DDLog::flushLog() {
   dispatcher().flushLog();
 }
 
-void DDLog::applicationWillTerminate() {
-  dispatcher().applicationWillTerminate();
+void DDLog::applicationWillTerminate(const void* /*ignored*/) {
+  flushLog();
 }
 
 std::vector<std::string> DDLog::registeredClassNames() {

@@ -24,8 +24,9 @@ class LogDispatcher;
 /// with a level that has the message's flag.
 ///
 /// Messages are delivered one at a time, in the order in which they reached the global logging
-/// queue; the loggers of one message run in parallel with each other. With 1000 messages accepted
-/// and not delivered a log call waits until one is: nothing is ever dropped.
+/// queue; the loggers of one message run in parallel with each other, on a machine with a single
+/// processor one after the other. With 1000 messages accepted and not delivered a log call waits
+/// until one is: nothing is ever dropped.
 ///
 /// At the normal end of the process (return from main, exit()) what was logged is delivered and
 /// the loggers are flushed; a message that is logged later, by a static destructor, is delivered
@@ -45,7 +46,7 @@ class DDLog {
  public:
   DDLog() = delete;
 
-  /// What a log call says besides its text.
+  /// What a log call says besides its text. File and function are copied; null shows as "(null)".
   struct Site {
     std::uint64_t level = 0;
     std::uint64_t flag = 0;
@@ -74,7 +75,8 @@ class DDLog {
   /// each message twice. It receives what is logged after this call.
   static void addLogger(std::shared_ptr<DDLogger> logger);
   static void addLogger_withLevel(std::shared_ptr<DDLogger> logger, std::uint64_t level);
-  /// Takes back one registration of `logger`.
+  /// Takes back one registration of `logger`, which is told a little later on its own queue:
+  /// flushLog() does not wait for that.
   static void removeLogger(std::shared_ptr<DDLogger> logger);
   static void removeAllLoggers();
   /// In the order in which they were added.
@@ -104,8 +106,8 @@ class DDLog {
 
   /// Returns when everything that was logged before is delivered, and every logger has flushed.
   static void flushLog();
-  /// What is done at the end of the process: flushLog(), also where that would wait for itself.
-  static void applicationWillTerminate();
+  /// flushLog(), for programs that are told of their end. A normal end flushes by itself.
+  static void applicationWillTerminate(const void* ignored = nullptr);
 
   // --- Classes that have a log level of their own; see LogClass.h ---
 

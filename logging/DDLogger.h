@@ -14,8 +14,10 @@ class HeldLines;
 /// default.
 ///
 /// Threads    each call is made as the logger's own queue: loggerQueue(), or one that the
-///            dispatcher makes when that yields none. Logging synchronously, or asking the
-///            dispatcher for anything that waits, from within a call would wait for itself.
+///            dispatcher makes when that yields none, for each registration. loggerQueue() is asked
+///            once per registration. A logger may log asynchronously. Logging synchronously, or
+///            asking the dispatcher for anything that waits, from within a call would wait for
+///            itself.
 /// Ownership  held by the dispatcher from DDLog::addLogger() until its removal has run.
 /// Errors     an exception that leaves a call ends the program.
 class DDLogger {

@@ -15,6 +15,8 @@ namespace kv {
 
 /// The colours of some messages, with the escape sequences made in advance.
 ///
+/// A profile that is made before DDTTYLogger::sharedInstance() has colours and no sequences.
+///
 /// Threads    never changes; any may read.
 /// Units      colour components from 0 to 255.
 class DDTTYLoggerColorProfile {

@@ -9,7 +9,7 @@
 
 namespace kv {
 
-/// "14:07:09 > text": the scheduler's compact lines.
+/// "14:07:09 > text": the scheduler's compact lines, with the time in the user's zone.
 ///
 /// Threads    one logger at a time, since its date formatter is not locked.
 class FormatterSch final : public DDLogFormatter {

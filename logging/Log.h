@@ -7,12 +7,16 @@
 
 #include "logging/DDLog.h"
 
+#ifdef LOG_INFO
+#error "logging/Log.h and <syslog.h> have macros of the same names: use them in different files"
+#endif
+
 /// Logs a text formatted by fmt and checked at compile time, with the place of the call:
 ///
 ///   LOG_WARN("{}: no answer for {} s", name, seconds);
 ///
 /// Errors are delivered before the call returns, everything else is delivered later. Not for
-/// signal handlers.
+/// signal handlers. Not in a file that includes <syslog.h>, which has macros of the same names.
 ///
 /// A call whose flag the level KV_LOG_LEVEL does not have costs one load and one branch, and
 /// evaluates no argument. KV_LOG_LEVEL is an expression that yields a level; a file or a class

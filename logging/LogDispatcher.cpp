@@ -100,6 +100,7 @@ void LogDispatcher::queueRecord(LogRecord& record, bool asynchronously) {
   }
   loggingQueue_->sync([&] { lt_log(record); });
   LogRecord::putBack(record);
+  deliverEchoes();
 }
 
 void LogDispatcher::queueLogMessage_asynchronously(std::shared_ptr<const DDLogMessage> message,
@@ -112,6 +113,7 @@ void LogDispatcher::queueLogMessage_asynchronously(std::shared_ptr<const DDLogMe
     return;
   }
   loggingQueue_->sync([&] { lt_log(*message); });
+  deliverEchoes();
 }
 
 // --- Delivering them ---
@@ -294,12 +296,14 @@ std::vector<std::shared_ptr<DDLogger>> LogDispatcher::lt_allLoggers() const {
   return loggers;
 }
 
-void LogDispatcher::lt_flush() {
+/// True when loggers have logged meanwhile, or others: those messages wait.
+bool LogDispatcher::lt_flush() {
   for (const auto& node : loggers_) {
     if (laneOf(node->loggerQueue()).isMuted()) continue;
     loggingGroup_.async(*node->loggerQueue(), [logger = node->logger()] { logger->flush(); });
   }
   loggingGroup_.wait();
+  return queueSemaphore_.freePlaces() < environment_.bound;
 }
 
 // --- The end of the process ---
@@ -329,23 +333,35 @@ void LogDispatcher::settleAtEnd() {
   // Static destructors log on the thread that has ended the process.
   if (std::this_thread::get_id() != endingThread_) return;
   if (isEndedFromWithin_) {
+    // What loggers log meanwhile comes in its turn.
+    if (std::exchange(isDrainingFromWithin_, true)) return;
     loggingQueue_->state().drainFromWithin();
-  } else {
-    // What a logger logs while it is flushed is for the next time.
+    isDrainingFromWithin_ = false;
+  } else if (!loggingQueue_->state().isRunningHere()) {
     endingThread_ = std::thread::id();
-    flushAtEnd();
+    flushWithEchoes();
     endingThread_ = std::this_thread::get_id();
   }
 }
 
-void LogDispatcher::applicationWillTerminate() {
+/// While the process ends: what loggers logged because of a message is delivered like that.
+void LogDispatcher::deliverEchoes() {
+  if (isTerminating_.load(std::memory_order_relaxed)) loggingQueue_->sync([] {});
+}
+
+void LogDispatcher::processEnds() {
   isTerminating_.store(true, std::memory_order_seq_cst);
   if (loggingQueue_->state().isRunningHere()) {
     endFromWithin();
   } else {
-    for (int time = 0; time < 2; ++time) flushAtEnd();  // the second for what loggers logged then
+    flushWithEchoes();
   }
   endingThread_ = std::this_thread::get_id();
+}
+
+/// Flushes, and once more what loggers logged because of messages or while they were flushed.
+void LogDispatcher::flushWithEchoes() {
+  if (flushAtEnd()) flushAtEnd();
 }
 
 /// The logger's queue that the calling work runs as; null when there is none that anybody waits
@@ -364,15 +380,18 @@ std::shared_ptr<SerialQueue> LogDispatcher::loggerQueueRunningHere() {
 
 /// The work that ends the process may occupy a logger's queue, between two messages: what the log
 /// has for that logger is done from here.
-void LogDispatcher::flushAtEnd() {
+/// True when there is more to flush.
+bool LogDispatcher::flushAtEnd() {
+  bool isMore = false;
   if (QueueState::current() == nullptr) {
-    flushLog();
-    return;
+    moveOn();
+    loggingQueue_->sync([&] { isMore = lt_flush(); });
+    return isMore;
   }
   loggerQueueRunningHere();
   std::atomic<bool> isFlushed{false};
-  loggingQueue_->async([this, &isFlushed] {
-    lt_flush();
+  loggingQueue_->async([this, &isFlushed, &isMore] {
+    isMore = lt_flush();
     isFlushed = true;
   });
   while (!isFlushed) {
@@ -380,6 +399,7 @@ void LogDispatcher::flushAtEnd() {
     if (const auto queue = loggerQueueRunningHere()) queue->state().drainFromWithin();
     std::this_thread::yield();
   }
+  return isMore;
 }
 
 /// The very work that drains the global queue ends the process: the rest of it is done from here.
@@ -388,7 +408,9 @@ void LogDispatcher::endFromWithin() {
   loggerQueueRunningHere();
   for (const auto& lane : lanes_) lane->finishLoan();
   loggingGroup_.wait();
+  isDrainingFromWithin_ = true;
   loggingQueue_->state().drainFromWithin();
+  isDrainingFromWithin_ = false;
   endBatch();
   lt_flush();
   isEndedFromWithin_ = true;

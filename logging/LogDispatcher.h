@@ -80,9 +80,9 @@ class LogDispatcher {
   void queueLogMessage_asynchronously(std::shared_ptr<const DDLogMessage> message,
                                       bool asynchronously);
 
-  /// From now on every message is delivered before its call returns: the process ends, and nobody
-  /// would wait for what is put off.
-  void applicationWillTerminate();
+  /// Flushes. From now on every message is delivered before its call returns: the process ends, and
+  /// nobody would wait for what is put off.
+  void processEnds();
 
   /// The very last of the process, behind all static destructors: no thread is in the middle of a
   /// line when the system takes them all. Who logs from now on waits for that end, save the calling
@@ -110,7 +110,7 @@ class LogDispatcher {
   void lt_removeAllLoggers();
   std::vector<std::shared_ptr<DDLogger>> lt_allLoggers() const;
   void lt_log(const DDLogMessage& message);
-  void lt_flush();
+  bool lt_flush();
 
   void deliverNow(const DDLogMessage& message);
   void deliverInTurn(const DDLogMessage& message);
@@ -123,10 +123,12 @@ class LogDispatcher {
   void giveUp(LogLane& lane);
   void releaseLanes();
   std::shared_ptr<SerialQueue> loggerQueueRunningHere();
-  void flushAtEnd();
+  bool flushAtEnd();
+  void flushWithEchoes();
   void endFromWithin();
   bool isPutOff(bool asynchronously);
   void settleAtEnd();
+  void deliverEchoes();
   /// What was asked of the log before, loggers to be added above all, is not to be missing in the
   /// child of a fork.
   void awaitEarlierWork();
@@ -148,6 +150,8 @@ class LogDispatcher {
   std::vector<QueueState*> heldAtEnd_;
   /// The work that ends the process runs as the global queue.
   bool isEndedFromWithin_ = false;
+  /// And it is delivering what was logged since.
+  bool isDrainingFromWithin_ = false;
 
   // As the global queue only, save that the end of the process looks at the lanes too.
   std::vector<std::shared_ptr<DDLoggerNode>> loggers_;

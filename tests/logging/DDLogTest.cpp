@@ -3,7 +3,9 @@
 
 #include <thread>
 
+#include "logging/FormatterSch.h"
 #include "logging/Log.h"
+#include "tests/support/Gate.h"
 #include "tests/support/RecordingLogger.h"
 
 static constinit kv::LogLevelVariable gFileLevel(kv::LogLevel::kAll);
@@ -90,6 +92,27 @@ TEST_F(DDLogTest, OtherWaysToLog) {
   DDLog::log_args(false, {.flag = 4}, noFormat, fmt::make_format_args());
   DDLog::log_message(false, nullptr);
   EXPECT_EQ(logger->texts().size(), before);
+}
+
+TEST_F(DDLogTest, AProgramThatIsToldOfItsEndFlushesAndGoesOnLogging) {
+  DDLog::applicationWillTerminate();
+  Gate gate(*DDLog::loggingQueue());
+  LOG_INFO("later");  // returns, although nobody delivers it
+  EXPECT_EQ(logger->record(), "added as recording flushed");
+  gate.open();
+  DDLog::flushLog();
+  EXPECT_EQ(logger->record(), "added as recording flushed later flushed");
+}
+
+TEST_F(DDLogTest, ALoggersQueueIsWhatWasStoredNullToo) {
+  const auto queueless = std::make_shared<RecordingLogger>();
+  queueless->setLoggerQueue(nullptr);
+  EXPECT_EQ(queueless->loggerQueue(), nullptr);
+  queueless->setLogFormatter(std::make_shared<FormatterSch>());
+  EXPECT_NE(queueless->logFormatter(), nullptr);
+  DDLog::addLogger(queueless);
+  LOG_ERROR("x");
+  EXPECT_THAT(queueless->record(), testing::MatchesRegex("added as recording .* > x"));
 }
 
 TEST_F(DDLogTest, ALoggerReceivesWhatIsLoggedAfterItsAddition) {

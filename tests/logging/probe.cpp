@@ -121,6 +121,13 @@ class Formatter final : public DDLogFormatter {
   std::function<void(const DDLogMessage&)> onMessage_;
 };
 
+/// A logger that logs a line of its own because of each of another producer's.
+void addEcho(char of, char as) {
+  addHook([of, as](const DDLogMessage& message) {
+    if (message.text().starts_with(of)) sayNext(*gProgress, as);
+  });
+}
+
 void exitNow() {
   std::exit(0);
 }
@@ -167,6 +174,7 @@ void exitInAThread() {
 void exitInALogger() {
   static const LastWords last{'d'};
   openLog();
+  addEcho('d', 'e');
   addHook(later(exitNow));
   letTwoSayForever();
   sayForever('c');
@@ -190,6 +198,7 @@ void exitInTheFilesFormatter() {
 void exitOnALoggersQueue() {
   static const LastWords last{'d'};
   openLog();
+  addEcho('d', 'e');
   const auto other = std::make_shared<RecordingLogger>();
   DDLog::addLogger(other);
   std::thread(sayForever, 'a').detach();
@@ -228,15 +237,14 @@ void exitOnTheGlobalQueue() {
 /// A logger may log, though not wait for it, also while the process ends. There are places for all.
 void exitWithALoggerThatLogs() {
   openLog();
-  addHook([](const DDLogMessage& message) {
-    if (message.text().starts_with('a')) sayNext(*gProgress, 'z');
-  });
+  addEcho('a', 'z');
   say('a', 400);
 }
 
 void staticDestructors() {
   static const LastWords first{'a'};
   openLog();
+  addEcho('a', 'd');
   static const LastWords second{'b'};
   say('c');
 }
