@@ -408,11 +408,14 @@ void LogDispatcher::endFromWithin() {
   loggerQueueRunningHere();
   for (const auto& lane : lanes_) lane->finishLoan();
   loggingGroup_.wait();
-  isDrainingFromWithin_ = true;
-  loggingQueue_->state().drainFromWithin();
-  isDrainingFromWithin_ = false;
-  endBatch();
-  lt_flush();
+  QueueState& queue = loggingQueue_->state();
+  bool isMore = true;
+  for (int time = 0; time < 2 && isMore; ++time) {  // the second for what loggers logged then
+    queue.drainFromWithin();
+    endBatch();
+    lt_flush();
+    isMore = queue.hasPending();
+  }
   isEndedFromWithin_ = true;
 }
 

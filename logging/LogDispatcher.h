@@ -150,7 +150,7 @@ class LogDispatcher {
   std::vector<QueueState*> heldAtEnd_;
   /// The work that ends the process runs as the global queue.
   bool isEndedFromWithin_ = false;
-  /// And it is delivering what was logged since.
+  /// And what was logged since is being delivered.
   bool isDrainingFromWithin_ = false;
 
   // As the global queue only, save that the end of the process looks at the lanes too.
