@@ -63,6 +63,7 @@ void Application::loadScripts() {
 void Application::finishLaunching() {
   isRunning_ = true;
   if (const auto host = delegate()) host->applicationDidFinishLaunching();
+  engine_.touchMemory();
 }
 
 void Application::willTerminate() {

@@ -40,6 +40,10 @@ class ScriptEngine {
   /// throws.
   void run(const Bundle::Script& script);
 
+  /// Touches the memory that the engine's garbage takes in turn. Else it would be touched page by
+  /// page in the ticks of the first hours, and look like a leak.
+  void touchMemory();
+
   /// An operation of a script's object: its name, and where a fault lies when nothing else tells.
   struct Operation {
     const char* name;
