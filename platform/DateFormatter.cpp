@@ -55,13 +55,14 @@ double wholeMilliseconds(Date date) {
          std::min(std::floor(fraction + kLostMilliseconds), kMillisecondsPerSecond - 1);
 }
 
-/// More digits in a row than any date has. ICU divides by a power of ten as large as a fraction of
-/// a second is long, which becomes zero.
-bool holdsEndlessNumber(const icu::UnicodeString& text) {
-  constexpr int kMostDigits = 30;
+/// More digits than any date has. ICU divides by a power of ten as large as a fraction of a second
+/// has digits, which becomes zero with the 35th. A number need not be a row of digits ("0e0" is one
+/// to ICU), so all of the text counts.
+bool holdsTooManyDigits(const icu::UnicodeString& text) {
+  constexpr int kMostDigits = 34;
   int digits = 0;
-  for (std::int32_t index = 0; index < text.length() && digits <= kMostDigits; ++index) {
-    digits = u_isdigit(text[index]) ? digits + 1 : 0;
+  for (std::int32_t index = 0; index < text.length(); index = text.moveIndex32(index, 1)) {
+    if (u_isdigit(text.char32At(index))) ++digits;
   }
   return digits > kMostDigits;
 }
@@ -138,7 +139,7 @@ std::optional<std::string> DateFormatter::string(Date date) const {
 
 std::optional<Date> DateFormatter::date(std::string_view text) const {
   const auto icuText = icu::UnicodeString::fromUTF8({text.data(), int32_t(text.size())});
-  if (holdsEndlessNumber(icuText)) return std::nullopt;
+  if (holdsTooManyDigits(icuText)) return std::nullopt;
   icu::ParsePosition position(0);
   const UDate parsed = icu_->format->parse(icuText, position);
   if (position.getErrorIndex() >= 0 || position.getIndex() != icuText.length()) {
