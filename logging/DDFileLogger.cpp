@@ -177,10 +177,11 @@ void DDFileLogger::rollLogFileWithCompletionBlock(std::function<void()> completi
 void DDFileLogger::rollLogFileNow() {
   if (currentLogFileHandle_ == nullptr) return;
   if (!lines_.empty()) writeAll();
-  finishRolling();
   if (mayHold_ && groupsBacklogWrites_) {
+    if (closer_.isFull()) finishRolling();
     closer_.close(std::move(currentLogFileHandle_));
   } else {
+    finishRolling();
     currentLogFileHandle_->synchronize();
     currentLogFileHandle_.reset();
   }
@@ -229,9 +230,11 @@ void DDFileLogger::willRemoveLogger() {
   finishRolling();
 }
 
-/// Returns when the file that was rolled last is on the disk.
+/// Returns when the files that were rolled are on the disk.
 void DDFileLogger::finishRolling() {
-  guarded([this] { closer_.finish(); });
+  for (const auto& failure : closer_.finish()) {
+    guarded([&failure] { std::rethrow_exception(failure); });
+  }
 }
 
 // --- Writing ---

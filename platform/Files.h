@@ -100,7 +100,8 @@ class Files {
   /// Makes a folder and those above it.
   virtual FileResult createFolders(const std::string& path) = 0;
 
-  /// Removes a file, or a folder with all that it holds. Links are not followed.
+  /// Removes a file, or a folder with all that it holds. Links are not followed. A large file's
+  /// place on the disk may become free a moment after its name.
   virtual FileResult remove(const std::string& path) = 0;
 
   /// Moves within a file system. Refused when something stands at `to`.

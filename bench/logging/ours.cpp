@@ -2,8 +2,6 @@
 //
 // Budgets    bench/logging/run has them, as shares of what the best of the other libraries takes.
 
-#include <unistd.h>
-
 #include <deque>
 #include <memory>
 #include <string>
@@ -15,6 +13,7 @@
 #include "logging/DDLogFileManagerDefault.h"
 #include "logging/DDTTYLogger.h"
 #include "logging/Log.h"
+#include "platform/SystemSeams.h"
 
 #undef KV_LOG_LEVEL
 #define KV_LOG_LEVEL level
@@ -35,7 +34,7 @@ class NumberedLogFiles final : public DDLogFileManagerDefault {
   std::string createNewLogFile() override {
     kept_.push_back(DDLogFileManagerDefault::createNewLogFile());
     if (kept_.size() > Setup::kKeptFiles) {
-      ::unlink(kept_.front().c_str());
+      systemFiles()->remove(kept_.front());
       kept_.pop_front();
     }
     return kept_.back();

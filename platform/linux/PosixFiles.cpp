@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/linux/Descriptor.h"
+#include "platform/linux/LargeFile.h"
 #include "platform/linux/PosixFileHandle.h"
 #include "platform/linux/SystemClock.h"
 
@@ -199,6 +200,10 @@ FileResult PosixFiles::createFolders(const std::string& path) {
 FileResult PosixFiles::remove(const std::string& path) {
   struct stat facts {};
   if (::lstat(path.c_str(), &facts) != 0) return resultOf(errno);
+  constexpr off_t kLargeBytes = 64 * 1024;
+  if (S_ISREG(facts.st_mode) && facts.st_nlink == 1 && facts.st_size >= kLargeBytes) {
+    return resultOf(removeLargeFile(path));
+  }
   std::error_code error;
   std::filesystem::remove_all(path, error);
   return resultOf(error.value());

@@ -128,22 +128,36 @@ TEST_F(DDFileLoggerTest, TheFirstTenFailuresAreReported) {
   EXPECT_EQ(readFile(file(1)), "back\n");
 }
 
-TEST(RolledFileCloserTest, AFailureIsToldOnce) {
+TEST(RolledFileCloserTest, TakesSeveralFilesAndTellsEachFailureOnce) {
   TemporaryFolder folder;
   FaultyFiles files;
-  files.onSynchronize = [](int file) {
-    if (file == 1) throw PlatformError("no room on the disk");
+  Event diskGoesOn;
+  files.onSynchronize = [&](int file) {
+    if (file == 1) diskGoesOn.await();
+    if (file == 2 || file == 4) throw PlatformError(fmt::format("no room for {}", file));
   };
   RolledFileCloser closer;
-  EXPECT_NO_THROW(closer.finish()) << "there was nothing to finish";
+  EXPECT_THAT(closer.finish(), IsEmpty()) << "there was nothing to finish";
   const std::string path = folder / "one";
   writeFile(path, "");
+  int taken = 0;
+  for (; !closer.isFull(); ++taken) closer.close(files.openForAppending(path));
+  EXPECT_EQ(taken, RolledFileCloser::kMostOnTheirWay);
+
+  diskGoesOn.happen();
+  std::vector<std::string> failures;
+  for (const auto& failure : closer.finish()) {
+    try {
+      std::rethrow_exception(failure);
+    } catch (const PlatformError& error) {
+      failures.emplace_back(error.what());
+    }
+  }
+  EXPECT_THAT(failures, ElementsAre("no room for 2", "no room for 4"));
+  EXPECT_FALSE(closer.isFull());
   closer.close(files.openForAppending(path));
-  EXPECT_THROW(closer.finish(), PlatformError);
-  EXPECT_NO_THROW(closer.finish());
-  closer.close(files.openForAppending(path));
-  EXPECT_NO_THROW(closer.finish());
-  EXPECT_EQ(files.synchronizations, 2);
+  EXPECT_THAT(closer.finish(), IsEmpty());
+  EXPECT_EQ(files.synchronizations, taken + 1);
 }
 
 TEST_F(DDFileLoggerTest, EndsEachLineOnceUnlessAFormatterMadeItAndMayNot) {

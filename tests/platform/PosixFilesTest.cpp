@@ -214,6 +214,29 @@ TEST(PosixFiles, MakesListsMovesAndRemoves) {
   EXPECT_EQ(readFile(folder / "precious"), "kept");
 }
 
+TEST(PosixFiles, GivesBackWhatRemovedFilesTook) {
+  TemporaryFolder folder;
+  PosixFiles files;
+  const std::string megabyte(1 << 20, 'x');
+  const auto openFiles = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  };
+  const auto openBefore = openFiles();
+  // More than are given back behind the caller's back.
+  for (int number = 0; number < 40; ++number) {
+    const std::string path = folder / std::to_string(number);
+    writeFile(path, megabyte);
+    EXPECT_TRUE(files.remove(path).isDone());
+    EXPECT_FALSE(std::filesystem::exists(path));
+  }
+  while (openFiles() > openBefore) std::this_thread::yield();
+
+  writeFile(folder / "shared", megabyte);
+  std::filesystem::create_hard_link(folder / "shared", folder / "other name");
+  EXPECT_TRUE(files.remove(folder / "shared").isDone());
+  EXPECT_EQ(readFile(folder / "other name"), megabyte);
+}
+
 TEST(PosixFiles, MarksFilesByAttributesOfTheUser) {
   TemporaryFolder folder;
   PosixFiles files;
