@@ -7,11 +7,11 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <stdexcept>
 
 #include "platform/LocalTime.h"
+#include "platform/WholeMilliseconds.h"
 
 namespace kv {
 namespace {
@@ -43,16 +43,6 @@ bool isUnderstood(const std::string& identifier) {
   char digits[8] = "";
   locale.getKeywordValue("numbers", digits, sizeof(digits), status);
   return U_SUCCESS(status) && std::string_view(digits) == "latn";
-}
-
-/// A date holds no more than some tenths of a microsecond: a millisecond that was put in lies a
-/// little below itself when it comes out. A second never becomes the next one.
-double wholeMilliseconds(Date date) {
-  constexpr double kLostMilliseconds = 1e-3;
-  const double seconds = std::floor(date.unixSeconds());
-  const double fraction = (date.unixSeconds() - seconds) * kMillisecondsPerSecond;
-  return seconds * kMillisecondsPerSecond +
-         std::min(std::floor(fraction + kLostMilliseconds), kMillisecondsPerSecond - 1);
 }
 
 /// More digits than any date has. ICU divides by a power of ten as large as a fraction of a second
@@ -126,8 +116,9 @@ std::optional<std::string> DateFormatter::string(Date date) const {
   const auto offset = offsetFromUtc(date);
   if (!offset) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
-  icu_->calendar->setTime(wholeMilliseconds(date) + offset->count() * kMillisecondsPerSecond,
-                          status);
+  const WholeMilliseconds whole(date);
+  const double localSeconds = whole.seconds + offset->count();
+  icu_->calendar->setTime(localSeconds * kMillisecondsPerSecond + whole.milliseconds, status);
   icu::UnicodeString text;
   icu::FieldPosition nowhere(icu::FieldPosition::DONT_CARE);
   icu_->format->format(*icu_->calendar, text, nowhere);

@@ -5,19 +5,17 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <stdexcept>
 #include <utility>
 
 #include "platform/CivilTime.h"
 #include "platform/LocalTime.h"
+#include "platform/WholeMilliseconds.h"
 
 namespace kv {
 namespace {
 
 constexpr double kThousandthsPerSecond = 1000.0;
-/// A date holds thousandths to within less than a microsecond only, above or below.
-constexpr double kRounding = 0.001;
 
 bool isLetter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
@@ -89,19 +87,17 @@ void NumericDateFormat::addText(std::string_view text) {
 std::optional<std::string> NumericDateFormat::string(Date date) const {
   const auto offset = zone_ == DateZone::kUtc ? Seconds(0) : localOffsetFromUtc(date);
   if (!offset) return std::nullopt;
-  const double thousandths =
-      std::floor((date.unixSeconds() + offset->count()) * kThousandthsPerSecond + kRounding);
-  const double seconds = std::floor(thousandths / kThousandthsPerSecond);
+  const WholeMilliseconds whole(date);
+  const double seconds = whole.seconds + offset->count();
   constexpr double kFirst = double(*CivilTime{.year = 1}.unixSeconds());
   constexpr double kLast = double(*CivilTime{9999, 12, 31, 23, 59, 59}.unixSeconds());
   if (!(seconds >= kFirst && seconds <= kLast)) return std::nullopt;
 
   const auto time = CivilTime::fromUnixSeconds(static_cast<std::int64_t>(seconds));
-  const auto fraction = static_cast<int>(thousandths - seconds * kThousandthsPerSecond);
   const std::array<int, 8> values{0,           static_cast<int>(time.year),
                                   time.month,  time.day,
                                   time.hour,   time.minute,
-                                  time.second, fraction};
+                                  time.second, static_cast<int>(whole.milliseconds)};
   std::string text;
   for (const Piece& piece : pieces_) {
     if (piece.field == Field::kText) {

@@ -37,6 +37,23 @@ TEST(NumericDateFormat, RendersAndParsesAsTheGeneralFormatterDoes) {
   }
 }
 
+// A date holds its milliseconds only nearly, and less so the farther off it is.
+TEST(NumericDateFormat, ShowsTheMillisecondThatWasMeant) {
+  struct Case {
+    double unixSeconds;
+    const char* milliseconds;
+  };
+  const NumericDateFormat format("SSS");
+  const DateFormatter general("SSS", DateLocale::fromName("C"));
+  for (const Case& c : {Case{1712413800.123, "123"}, Case{1712413800.9999998, "999"},
+                        Case{-1000000000 + 0.007, "007"}, Case{57124138001.2, "200"},
+                        Case{253402300799.001, "001"}, Case{253402300799.999, "999"}}) {
+    const Date date = Date::fromUnixSeconds(c.unixSeconds);
+    EXPECT_EQ(format.string(date), c.milliseconds) << c.unixSeconds;
+    EXPECT_EQ(general.string(date), c.milliseconds) << c.unixSeconds;
+  }
+}
+
 TEST(NumericDateFormat, RefusesWhatIsNotExactlyADate) {
   const NumericDateFormat format("yyyy-MM-dd HH-mm", DateZone::kUtc);
   ASSERT_TRUE(format.date("2024-02-29 23-59"));
