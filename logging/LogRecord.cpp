@@ -133,14 +133,14 @@ LogRecord& LogRecord::take() {
   return record;
 }
 
-/// The next free record was last in the hands of another processor: it comes over while this one
-/// is being filled.
+/// What changes in the next free record was last in the hands of another processor: it comes over
+/// while this one is being filled. What does not change stays in the caches of both.
 void LogRecord::fetchNext() const {
   if (nextFree_ == nullptr) return;
-  const auto* const record = reinterpret_cast<const char*>(nextFree_);
-  for (std::size_t offset = 0; offset < sizeof(LogRecord); offset += kCacheLine) {
-    prefetchForWriting(record + offset);
-  }
+  const auto* const changing = reinterpret_cast<const char*>(&nextFree_->timestamp_);
+  prefetchForWriting(changing);
+  prefetchForWriting(changing + kCacheLine);
+  prefetchForWriting(&nextFree_->nextPortion_);
   prefetchForWriting(nextText_);
   prefetchForWriting(nextText_ + kCacheLine);
 }

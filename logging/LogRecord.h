@@ -43,7 +43,9 @@ class LogRecord final : public DDLogMessage, public QueueWork {
   void setKind(std::uint64_t level, std::uint64_t flag, std::int64_t context, LogTag tag);
   /// Takes down the calling thread.
   void setMoment(Date now) { takeDownCaller(now); }
-  void setDispatcher(LogDispatcher& dispatcher) { dispatcher_ = &dispatcher; }
+  void setDispatcher(LogDispatcher& dispatcher) {
+    if (dispatcher_ != &dispatcher) dispatcher_ = &dispatcher;
+  }
 
   void run() override;
   bool joinsBatch() const override { return true; }
@@ -55,12 +57,15 @@ class LogRecord final : public DDLogMessage, public QueueWork {
   void fetchNext() const;
   const char* textMemory() const { return ownText_.data(); }
 
-  /// The pool's own reference; the record owns itself while it is in use.
-  std::shared_ptr<LogRecord> self_;
-  LogDispatcher* dispatcher_ = nullptr;
+  // These change with each message, like those of DDLogMessage that they follow.
   LogRecord* nextFree_ = nullptr;
   const char* nextText_ = nullptr;
   LogRecord* nextPortion_ = nullptr;
+
+  // From here on nothing changes as long as the record is used again.
+  LogDispatcher* dispatcher_ = nullptr;
+  /// The pool's own reference; the record owns itself while it is in use.
+  std::shared_ptr<LogRecord> self_;
 };
 
 }  // namespace kv
