@@ -193,14 +193,14 @@ void DDTTYLogger::clearAllColors() {
 }
 
 void DDTTYLogger::logMessage(const DDLogMessage& message) {
-  const LogText own = message.message();
-  DDLogFormatter* formatter = currentFormatter();
+  DDLogFormatter* const formatter = currentFormatter();
   const LogText formatted = formatter != nullptr ? formatter->formatLogMessage(message) : nullptr;
-  const std::string* text = formatter != nullptr ? formatted.get() : own.get();
-  if (text == nullptr) return;
+  const bool hasText = formatter != nullptr ? formatted != nullptr : !message.isOwnText(nullptr);
+  if (!hasText) return;
 
   // A formatter that hands the message's own text back leaves the line as it would be without one.
-  const bool isCustom = text != own.get();
+  const bool isCustom = formatter != nullptr && !message.isOwnText(formatted);
+  const std::string_view text = formatter != nullptr ? *formatted : message.text();
   const DDTTYLoggerColorProfile* profile = colorsEnabled_ ? profileFor(message) : nullptr;
   const std::string_view foreground = profile != nullptr ? profile->fgCode() : "";
   const std::string_view background = profile != nullptr ? profile->bgCode() : "";
@@ -209,7 +209,7 @@ void DDTTYLogger::logMessage(const DDLogMessage& message) {
   // Without a formatter the line end is always written, also after a text that has its own.
   const std::string_view lineEnd = isCustom && !appendNewline_ ? "" : "\n";
   const std::array<std::string_view, 6> pieces = {foreground, background, head,
-                                                  *text,      lineEnd,    reset};
+                                                  text,       lineEnd,    reset};
   output_->write(pieces);
 }
 

@@ -502,7 +502,7 @@ void LogDispatcher::restartInChild() {
   queueSemaphore_.resetAfterFork(environment_.bound);
   loggingGroup_.resetAfterFork();
   new (&lanesMutex_) std::mutex;
-  for (const auto& lane : lanes_) lane->isOwned = false;
+  for (const auto& lane : lanes_) lane->forgetAfterFork();
   owedPlaces_ = 0;
   mayHold_ = false;
 }

@@ -47,18 +47,15 @@ void LogLane::writeHeldLines() {
   }
 }
 
-void LogLane::beAwaited(const DDLogMessage* message) {
-  loan_.message = message;
-  group_.enter();
-  isAwaited_.store(true, std::memory_order_seq_cst);
-}
-
 void LogLane::leaveGroup() {
-  if (isAwaited_.exchange(false, std::memory_order_seq_cst)) group_.leave();
+  if (handover_.exchange(Handover::kDone, std::memory_order_seq_cst) == Handover::kAwaited) {
+    group_.leave();
+  }
 }
 
 void LogLane::lend(const DDLogMessage* message) {
-  beAwaited(message);
+  loan_.message = message;
+  handover_.store(Handover::kOpen, std::memory_order_relaxed);
   isLent_ = true;
   state().lend(loan_);
 }
@@ -66,13 +63,22 @@ void LogLane::lend(const DDLogMessage* message) {
 bool LogLane::takeBack() {
   if (std::exchange(isLent_, false)) {
     isOwned = state().takeBack();
-    if (isOwned) leaveGroup();
+    if (!isOwned) joinGroup();
   }
   return isOwned;
 }
 
+void LogLane::joinGroup() {
+  group_.enter();
+  if (handover_.exchange(Handover::kAwaited, std::memory_order_seq_cst) == Handover::kDone) {
+    group_.leave();
+  }
+}
+
 void LogLane::push(const DDLogMessage& message) {
-  beAwaited(&message);
+  loan_.message = &message;
+  handover_.store(Handover::kOpen, std::memory_order_relaxed);
+  joinGroup();
   state().push(loan_);
   // Who muted the lane since it was chosen may have come before there was anybody to release.
   if (isMuted_.load(std::memory_order_seq_cst)) leaveGroup();
@@ -82,6 +88,12 @@ void LogLane::finishLoan() {
   if (!isLent_ || !takeBack() || loan_.message == nullptr) return;
   const QueueState::Running running(state());
   deliver(*loan_.message);
+}
+
+void LogLane::forgetAfterFork() {
+  isOwned = false;
+  isLent_ = false;
+  handover_.store(Handover::kDone, std::memory_order_relaxed);
 }
 
 void LogLane::mute() {

@@ -46,15 +46,18 @@ class LogLane {
   /// Whether the dispatcher owns the queue at present, its loans included.
   bool isOwned = false;
 
-  /// Lays the message out for the lane's worker, or with null what is held and waits only. The
-  /// lane is a member of the group until it is taken back or the worker is done.
+  /// Lays the message out for the lane's worker, or with null what is held and waits only.
   void lend(const DDLogMessage* message);
-  /// Whether the dispatcher has the lane again.
+  /// Whether the dispatcher has the lane again. If not, the lane is a member of the group until its
+  /// worker is done.
   bool takeBack();
   /// Takes the lane back if that can be, and delivers what it was lent with.
   void finishLoan();
   /// The message as work of the lane's own queue, and the lane as a member of the group.
   void push(const DDLogMessage& message);
+
+  /// In the child of a fork: nobody has the lane, and no worker has anything of it.
+  void forgetAfterFork();
 
   /// The calling thread runs as the lane's queue and will not return: it ends the process. Nobody
   /// is to wait for the lane, and it gets no more messages. Any thread.
@@ -73,7 +76,7 @@ class LogLane {
     LogLane& lane_;
   };
 
-  void beAwaited(const DDLogMessage* message);
+  void joinGroup();
   void leaveGroup();
 
   struct Member {
@@ -87,7 +90,10 @@ class LogLane {
   std::uint64_t levels_ = 0;
   bool isDelivering_ = false;
   bool isLent_ = false;
-  std::atomic<bool> isAwaited_{false};
+  /// Work that the lane's worker took: whether somebody waits for it, in the group, or it is done.
+  /// The later of the two sees the other.
+  enum class Handover : std::uint32_t { kOpen, kAwaited, kDone };
+  std::atomic<Handover> handover_{Handover::kDone};
   std::atomic<bool> isMuted_{false};
   Loan loan_;
 };

@@ -167,7 +167,7 @@ bool QueueState::ownBetweenWork() {
 
 void QueueState::lend(QueueWork& loan) {
   loan_ = &loan;
-  loans_.fetch_add(1, std::memory_order_relaxed);
+  loans_.store(loans_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   owner_.store(Owner::kLent, std::memory_order_seq_cst);
   const bool isPending = pushed_.load(std::memory_order_seq_cst) != nullptr;
   wake(isPending);
@@ -194,22 +194,24 @@ void QueueState::work() {
   }
 }
 
-/// Runs what there is to run. True when it did, or when the queue was lent since the last look.
-bool QueueState::takeTurn(std::uint64_t& knownLoan) {
+/// Runs what there is to run.
+QueueState::Turn QueueState::takeTurn(std::uint64_t& knownLoan) {
   Owner owner = owner_.load(std::memory_order_seq_cst);
   const std::uint64_t loan = loans_.load(std::memory_order_relaxed);
   const bool isSameLoan = loan == std::exchange(knownLoan, loan);
   const bool isWanted = owner != Owner::kOwned && !isPauseWanted_.load(std::memory_order_relaxed) &&
                         (hasPending() || (owner == Owner::kLent && isSameLoan));
   const bool isLent = owner == Owner::kLent;
-  if (!isWanted || !owner_.compare_exchange_strong(owner, Owner::kOwned)) return !isSameLoan;
+  if (!isWanted || !owner_.compare_exchange_strong(owner, Owner::kOwned)) {
+    return isSameLoan ? Turn::kNothing : Turn::kWatched;
+  }
   if (isLent) {
     const Running running(*this);
     loan_->run();
   }
   drain();
   release();
-  return true;
+  return Turn::kTaken;
 }
 
 void QueueState::drain() {
@@ -259,17 +261,17 @@ void QueueState::endBatch() {
 }
 
 /// Returns when there may be something to do; false when the worker is to end.
-bool QueueState::waitForWork(bool isBusy) {
+bool QueueState::waitForWork(Turn last) {
   thread_local SteadyClock::time_point lingersUntil;
   const auto mayTakeTurn = [this] {
     return hasPending() && owner_.load(std::memory_order_seq_cst) != Owner::kOwned;
   };
-  if (isBusy && spinUntil(mayTakeTurn)) return true;
+  if (last == Turn::kTaken && spinUntil(mayTakeTurn)) return true;
 
   std::unique_lock lock(mutex_);
   const auto now = SteadyClock::now();
   const bool mayLinger = lingers_ || loans_.load(std::memory_order_relaxed) != 0;
-  if (isBusy && mayLinger) lingersUntil = now + kLingering;
+  if (last != Turn::kNothing && mayLinger) lingersUntil = now + kLingering;
   const auto signalsBefore = signals_;
   const auto isSignalled = [&] { return signals_ != signalsBefore; };
   if (now < lingersUntil) {

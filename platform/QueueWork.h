@@ -138,10 +138,13 @@ class QueueState : public std::enable_shared_from_this<QueueState> {
   void wake(bool evenLingering);
   bool startWorker();
   void work();
-  bool takeTurn(std::uint64_t& knownLoan);
+  /// What a look brought the worker: nothing, the sight of a loan that is new since the last look,
+  /// or work that it did.
+  enum class Turn { kNothing, kWatched, kTaken };
+  Turn takeTurn(std::uint64_t& knownLoan);
   void drain();
   QueueWork* takePushed();
-  bool waitForWork(bool isBusy);
+  bool waitForWork(Turn last);
   void endBatch();
   void forgetAfterFork();
   struct Registry;
