@@ -62,6 +62,16 @@ function(kv_library name)
                         PRIVATE ${arg_PRIVATELY_USES} $<BUILD_INTERFACE:kv_flags>)
 endfunction()
 
+# kv_runs_once(SOURCE…)
+#
+# Code that runs once in a program's life, command lines above all. Instrumented, it takes longer to
+# optimise than ever to run.
+function(kv_runs_once)
+  if(KV_SANITIZE)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -O0)
+  endif()
+endfunction()
+
 # kv_install_library(NAME FOLDER folder)
 #
 # Makes a library of kv_library() part of the installed package `kv`, for other programs: the
