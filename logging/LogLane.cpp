@@ -70,9 +70,8 @@ bool LogLane::takeBack() {
 
 void LogLane::joinGroup() {
   group_.enter();
-  if (handover_.exchange(Handover::kAwaited, std::memory_order_seq_cst) == Handover::kDone) {
-    group_.leave();
-  }
+  auto expected = Handover::kOpen;
+  if (!handover_.compare_exchange_strong(expected, Handover::kAwaited)) group_.leave();
 }
 
 void LogLane::push(const DDLogMessage& message) {

@@ -137,6 +137,7 @@ const Case kCases[] = {
     {"ReturnsFromMain", "abc", Missing::kNone, 0, kOften},
     {"ExitInAThread", "abc", Missing::kNone, 0, kOften},
     {"ExitInALogger", "abcde", Missing::kNone, 0, kOften},
+    {"ExitInALoggerWhoseQueueWasTaken", "abc", Missing::kNone, 0, kOften},
     {"ExitInAFormatter", "abc", Missing::kNone, 0, kOften},
     // The file logger is in the middle of a line that will never come: it gets no others.
     {"ExitInTheFilesFormatter", "abc", Missing::kLongTail, 0, kOften},

@@ -29,6 +29,7 @@
 #include "logging/DDLog.h"
 #include "tests/support/Fakes.h"
 #include "tests/support/FaultyFiles.h"
+#include "tests/support/Gate.h"
 #include "tests/support/NumberedLines.h"
 #include "tests/support/NumberingManager.h"
 #include "tests/support/RecordingLogger.h"
@@ -100,11 +101,13 @@ void addHook(std::function<void(const DDLogMessage&)> onMessage) {
   DDLog::addLogger(std::make_shared<RecordingLogger>(std::move(onMessage)));
 }
 
-/// Calls `action` when it is itself called for the 500th time.
-std::function<void(const DDLogMessage&)> later(std::function<void()> action) {
-  return [calls = 0, action = std::move(action)](const DDLogMessage&) mutable {
-    constexpr int kCalls = 500;
-    if (++calls == kCalls) action();
+constexpr int kLaterCalls = 500;
+
+/// Calls `action` when it is itself called for that time.
+std::function<void(const DDLogMessage&)> later(std::function<void()> action,
+                                               int calls = kLaterCalls) {
+  return [calls, action = std::move(action)](const DDLogMessage&) mutable {
+    if (--calls == 0) action();
   };
 }
 
@@ -176,6 +179,22 @@ void exitInALogger() {
   openLog();
   addEcho('d', 'e');
   addHook(later(exitNow));
+  letTwoSayForever();
+  sayForever('c');
+}
+
+/// The message before, the queue of the logger that ends the process was with its own thread.
+void exitInALoggerWhoseQueueWasTaken() {
+  openLog();
+  const auto other = std::make_shared<RecordingLogger>(later(exitNow));
+  addHook(later(
+      [other] {
+        Event isTaken;
+        other->loggerQueue()->async([&isTaken] { isTaken.happen(); });
+        isTaken.await();
+      },
+      kLaterCalls - 1));
+  DDLog::addLogger(other);
   letTwoSayForever();
   sayForever('c');
 }
@@ -524,6 +543,7 @@ constexpr std::array kScenes{
     Scene{"ReturnsAmongLongLines", returnsAmongLongLines},
     Scene{"ExitInAThread", exitInAThread},
     Scene{"ExitInALogger", exitInALogger},
+    Scene{"ExitInALoggerWhoseQueueWasTaken", exitInALoggerWhoseQueueWasTaken},
     Scene{"ExitInAFormatter", exitInAFormatter},
     Scene{"ExitInTheFilesFormatter", exitInTheFilesFormatter},
     Scene{"ExitOnALoggersQueue", exitOnALoggersQueue},
