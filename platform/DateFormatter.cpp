@@ -34,15 +34,21 @@ std::string_view bareLocaleName(std::string_view posixName) {
 }
 
 /// False for what looks like a name but cannot be any: ICU crashes on some (of too long a language,
-/// for one), and of others ("ar_") it takes the keywords for a part of the name, so that digits
-/// would be the country's.
+/// for one), and of others ("ar_", "fa_IR--") it does not see the keywords, so that calendar or
+/// digits would be the country's.
 bool isUnderstood(const std::string& identifier) {
   const icu::Locale locale(identifier.c_str());
   if (locale.isBogus()) return false;
   UErrorCode status = U_ZERO_ERROR;
   char digits[8] = "";
   locale.getKeywordValue("numbers", digits, sizeof(digits), status);
-  return U_SUCCESS(status) && std::string_view(digits) == "latn";
+  if (U_FAILURE(status) || std::string_view(digits) != "latn") return false;
+  // What it says of a name's digits and calendar is not what it formats with.
+  const icu::SimpleDateFormat yearFormat(u"yyyy", locale, status);
+  constexpr UDate kMiddleOf1970 = 15e9;
+  icu::UnicodeString year;
+  if (U_SUCCESS(status)) yearFormat.format(kMiddleOf1970, year);
+  return year == u"1970";
 }
 
 /// More digits than any date has. ICU divides by a power of ten as large as a fraction of a second

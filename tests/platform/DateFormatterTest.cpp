@@ -136,6 +136,10 @@ TEST(DateLocale, TakesTheFirstVariableThatSaysSomething) {
       {nullptr, nullptr, "sr_RS@latin", "sr_RS@calendar=gregorian;numbers=latn"},
       {"C.UTF-8", "fr_FR", "de_DE", "en_US_POSIX@calendar=gregorian;numbers=latn"},
       {nullptr, nullptr, nullptr, "en_US_POSIX@calendar=gregorian;numbers=latn"},
+      // No names: years would be those of the country's calendar, or in its digits.
+      {"fa_IR__", nullptr, nullptr, "en_US_POSIX@calendar=gregorian;numbers=latn"},
+      {"ffa_IR__", nullptr, nullptr, "en_US_POSIX@calendar=gregorian;numbers=latn"},
+      {"ar_EG--", nullptr, nullptr, "en_US_POSIX@calendar=gregorian;numbers=latn"},
   };
   for (const auto& c : cases) {
     ScopedEnvironment lcAll("LC_ALL", c.all);
