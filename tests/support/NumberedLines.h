@@ -31,6 +31,13 @@ inline constexpr bool kIsSanitized = true;
 #else
 inline constexpr bool kIsSanitized = kWatchesThreads;
 #endif
+#if defined(__has_feature)
+inline constexpr bool kWatchesMemory = __has_feature(address_sanitizer);
+#elif defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kWatchesMemory = true;
+#else
+inline constexpr bool kWatchesMemory = false;
+#endif
 
 /// What a program that logs numbered lines has done, in memory that outlives it.
 ///
