@@ -44,10 +44,12 @@ void Application::defineGlobals() {
                                          : QJSValue(QJSValue::NullValue));
   const QJSValue global = engine.globalObject();
   program.setProperty("menus", menus_.object());
-  evaluateScriptFile(engine, "logging.js")
+  importScriptFile(engine, "logging.mjs")
+      .property("connect")
       .call({engine.newQObject(new LoggingObject(engine_, environment_.rehearsalFiles)),
              engine_.describe(), global});
-  const QJSValue globals = evaluateScriptFile(engine, "globals.js").call({program, global});
+  const QJSValue globals =
+      importScriptFile(engine, "globals.mjs").property("connect").call({program, global});
   delegate_ = globals.property("delegate");
   delegateOrigin_ = globals.property("delegateOrigin");
 }

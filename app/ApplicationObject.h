@@ -7,7 +7,7 @@
 namespace kv {
 
 /// What stands behind a script's `application`, and its constructors of KVTimer and
-/// TAV_StatusItemController (script/globals.js).
+/// TAV_StatusItemController (script/globals.mjs).
 /// Threads: the engine's. Belongs to the engine. A C++ exception becomes a JavaScript one.
 class ApplicationObject final : public QObject {
   Q_OBJECT

@@ -8,7 +8,7 @@
 
 namespace kv {
 
-/// What stands behind a script's formatter (script/logging.js).
+/// What stands behind a script's formatter (script/logging.mjs).
 /// Threads: the engine's. Belongs to the engine; loggers hold the formatter itself.
 class FormatterObject final : public QObject {
   Q_OBJECT

@@ -9,7 +9,7 @@
 
 namespace kv {
 
-/// What stands behind a script's UtilsSch (script/globals.js).
+/// What stands behind a script's UtilsSch (script/globals.mjs).
 /// Threads: the engine's. Belongs to the engine. A C++ exception becomes a JavaScript one.
 class LauncherObject final : public QObject {
   Q_OBJECT

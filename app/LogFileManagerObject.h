@@ -10,7 +10,7 @@
 
 namespace kv {
 
-/// What stands behind a script's DDLogFileManagerDefault (script/logging.js).
+/// What stands behind a script's DDLogFileManagerDefault (script/logging.mjs).
 ///
 /// Threads    the engine's.
 /// Ownership  belongs to the engine; file loggers hold the manager itself.

@@ -11,7 +11,7 @@
 
 namespace kv {
 
-/// What stands behind a script's logger (script/logging.js): the operations that all have.
+/// What stands behind a script's logger (script/logging.mjs): the operations that all have.
 ///
 /// Threads    the engine's.
 /// Ownership  belongs to the engine; the logger itself lives on while DDLog has it.

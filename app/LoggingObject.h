@@ -12,7 +12,7 @@
 
 namespace kv {
 
-/// What stands behind a script's DDLog (script/logging.js), and what makes the objects behind its
+/// What stands behind a script's DDLog (script/logging.mjs), and what makes the objects behind its
 /// loggers, formatters and managers.
 ///
 /// Threads    the engine's, which must not be one of the loggers': a script may wait for them.

@@ -6,7 +6,7 @@
 
 namespace kv {
 
-/// Where script/menus.js tells that a menu or an item has changed. Threads: the engine's. Belongs
+/// Where script/menus.mjs tells that a menu or an item has changed. Threads: the engine's. Belongs
 /// to the engine.
 class MenuNotice final : public QObject {
   Q_OBJECT

@@ -8,6 +8,7 @@
 #include "platform/BackgroundQueue.h"
 #include "platform/HiddenStatusBar.h"
 #include "scheduler/FieldReaders.h"
+#include "scheduler/ScheduleDocuments.h"
 #include "scheduler/TaskRecord.h"
 
 namespace kv {
@@ -163,6 +164,9 @@ class Stage {
     made.scheduler.locale = environment.locale;
     made.scheduler.homeFolder = environment.homeFolder;
     made.scheduler.observer = judgements_;
+    // One reading for the start and both ticks: a rehearsal shows one moment.
+    made.scheduler.readList = [list = std::make_shared<const TaskList>(ScheduleDocuments::load(
+                                   *files_, environment.homeFolder))] { return list; };
     made.launcher = {.launcher = launcher,
                      .queue = std::make_shared<BackgroundQueue>(),
                      .systemLog = remarks_,

@@ -11,7 +11,7 @@
 
 namespace kv {
 
-/// What stands behind a script's KVTimer object (script/globals.js).
+/// What stands behind a script's KVTimer object (script/globals.mjs).
 ///
 /// Threads    the engine's.
 /// Ownership  the engine's garbage collector deletes it when the script has dropped its KVTimer;

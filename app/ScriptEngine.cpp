@@ -75,8 +75,9 @@ ScriptEngine::ScriptEngine(std::shared_ptr<SystemLog> systemLog)
       values_(engine_),
       postponed_(std::make_shared<Postponed>(*this)) {
   const QJSValue reporter = engine_.newQObject(new ScriptReporter(*this));
-  const QJSValue calls =
-      evaluateScriptFile(engine_, "calls.js").call({reporter, engine_.globalObject()});
+  const QJSValue calls = importScriptFile(engine_, "calls.mjs")
+                             .property("connect")
+                             .call({reporter, engine_.globalObject()});
   describe_ = calls.property("describe");
   invoke_ = calls.property("invoke");
   invokeFunction_ = calls.property("invokeFunction");

@@ -105,7 +105,7 @@ class ScriptEngine {
   /// The same as "file:line"; empty for none.
   static std::string locationInScript(const QString& stack);
 
-  /// The function of calls.js that shows any value as the console does.
+  /// The function of calls.mjs that shows any value as the console does.
   const QJSValue& describe() const { return describe_; }
 
   /// A script's operation may call the program and be called again from there; this often.

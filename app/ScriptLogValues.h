@@ -15,7 +15,7 @@
 
 namespace kv {
 
-// The values of script/logging.js, which has checked them, as the logging framework's.
+// The values of script/logging.mjs, which has checked them, as the logging framework's.
 
 /// A mask of flags; -1 stands for all bits, which no JavaScript number can hold.
 inline std::uint64_t maskFromScript(double mask) {

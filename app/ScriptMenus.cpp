@@ -6,7 +6,7 @@
 namespace kv {
 namespace {
 
-/// The lines as linesOf() of menus.js answers them.
+/// The lines as linesOf() of menus.mjs answers them.
 std::vector<MenuLine> toLines(const QJSValue& list) {
   enum Column { kId, kTitle, kIsChecked, kIsEnabled, kIsSeparator, kSubmenu };
   std::vector<MenuLine> lines;
@@ -50,7 +50,9 @@ class ScriptMenus::ScriptMenu final : public Menu {
 ScriptMenus::ScriptMenus(ScriptEngine& engine) : engine_(engine) {
   QJSEngine& scripts = engine.engine();
   const QJSValue notice = scripts.newQObject(new MenuNotice(hasChanged_));
-  object_ = evaluateScriptFile(scripts, "menus.js").call({notice, scripts.globalObject()});
+  object_ = importScriptFile(scripts, "menus.mjs")
+                .property("connect")
+                .call({notice, scripts.globalObject()});
 }
 
 std::shared_ptr<Menu> ScriptMenus::menu(const QJSValue& object) {

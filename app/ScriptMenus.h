@@ -9,7 +9,7 @@
 
 namespace kv {
 
-/// The menus that a host script makes (script/menus.js), as the program sees them.
+/// The menus that a host script makes (script/menus.mjs), as the program sees them.
 ///
 /// Threads    the engine's.
 /// Ownership  must not be used after the engine; a menu keeps the script's object alive.
@@ -18,7 +18,7 @@ class ScriptMenus {
  public:
   explicit ScriptMenus(ScriptEngine& engine);
 
-  /// The functions that script/menus.js answers with.
+  /// The functions that script/menus.mjs answers with.
   const QJSValue& object() const { return object_; }
 
   /// A script's NSMenu; null for null.

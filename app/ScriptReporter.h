@@ -7,7 +7,7 @@
 
 namespace kv {
 
-/// The program's side of script/calls.js: hears of faults and of what the console is told.
+/// The program's side of script/calls.mjs: hears of faults and of what the console is told.
 /// Threads: the engine's. Belongs to the engine.
 class ScriptReporter final : public QObject {
   Q_OBJECT

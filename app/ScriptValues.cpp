@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstring>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -16,19 +15,6 @@
 
 namespace kv {
 namespace {
-
-/// The kinds of values on the border; script/values.js has the same list and explains the format.
-enum class Kind : std::uint32_t {
-  kAbsent,
-  kNumber,
-  kString,
-  kTrue,
-  kFalse,
-  kDate,
-  kData,
-  kDictionary,
-  kArray
-};
 
 /// Deeper levels are absent; no document that was read has more.
 constexpr std::size_t kDeepest = 512;
@@ -50,7 +36,9 @@ QByteArray bytesOf(const std::vector<T>& elements) {
 /// Writes a tree as the flat arrays that `build` walks.
 class Flattener {
  public:
-  explicit Flattener(QJSEngine& engine) : engine_(engine) {}
+  Flattener(QJSEngine& engine, ScriptShapes& shapes) : engine_(engine), shapes_(shapes) {
+    shapes_.beginTree();
+  }
 
   void add(const PropertyList& value) {
     value.visit([this](const auto& held) { addHeld(held); });
@@ -63,76 +51,96 @@ class Flattener {
     for (std::size_t index = 0; index < blobs_.size(); ++index) {
       blobs.setProperty(static_cast<quint32>(index), blobs_[index]);
     }
-    return {engine_.toScriptValue(bytesOf(operations_)), engine_.toScriptValue(bytesOf(numbers_)),
-            engine_.toScriptValue(keys_), engine_.toScriptValue(texts_), blobs};
+    return {engine_.toScriptValue(bytesOf(operations_)),
+            engine_.toScriptValue(bytesOf(numbers_)),
+            engine_.toScriptValue(texts_),
+            blobs,
+            shapes_.firstNew(),
+            engine_.toScriptValue(bytesOf(shapes_.newKinds())),
+            engine_.toScriptValue(shapes_.newKeys())};
   }
 
  private:
-  void addKind(Kind kind) { operations_.push_back(static_cast<std::uint32_t>(kind)); }
+  using Uid = PropertyList::Uid;
+
   void addCount(std::size_t count) { operations_.push_back(static_cast<std::uint32_t>(count)); }
-  void addNumber(Kind kind, double number) {
-    addKind(kind);
-    numbers_.push_back(number);
+
+  template <class Held>
+  void addHeld(const Held& held) {
+    operations_.push_back(static_cast<std::uint32_t>(kindOf(held)));
+    addContents(held);
   }
 
-  void addHeld(const PropertyList::String& text) {
-    addKind(Kind::kString);
-    texts_.append(toText(text));
+  void addContents(const PropertyList& value) {
+    value.visit([this](const auto& held) { addContents(held); });
   }
-  void addHeld(std::int64_t number) { addNumber(Kind::kNumber, static_cast<double>(number)); }
-  void addHeld(std::uint64_t number) { addNumber(Kind::kNumber, static_cast<double>(number)); }
-  void addHeld(double number) { addNumber(Kind::kNumber, number); }
-  void addHeld(bool truth) { addKind(truth ? Kind::kTrue : Kind::kFalse); }
-  void addHeld(const Date& date) {
-    addNumber(Kind::kDate, date.unixSeconds() * kMillisecondsPerSecond);
+
+  ValueKind kindOf(const PropertyList& value) const {
+    return value.visit([this](const auto& held) { return kindOf(held); });
   }
-  void addHeld(const PropertyList::Uid& uid) {
-    addKind(Kind::kDictionary);
-    addCount(1);
-    addKey("CF$UID");
-    addHeld(uid.value);
+
+  ValueKind kindOf(const PropertyList::String&) const { return ValueKind::kString; }
+  void addContents(const PropertyList::String& text) { texts_.append(toText(text)); }
+
+  ValueKind kindOf(std::int64_t) const { return ValueKind::kNumber; }
+  void addContents(std::int64_t number) { numbers_.push_back(static_cast<double>(number)); }
+
+  ValueKind kindOf(std::uint64_t) const { return ValueKind::kNumber; }
+  void addContents(std::uint64_t number) { numbers_.push_back(static_cast<double>(number)); }
+
+  ValueKind kindOf(double) const { return ValueKind::kNumber; }
+  void addContents(double number) { numbers_.push_back(number); }
+
+  ValueKind kindOf(bool truth) const { return truth ? ValueKind::kTrue : ValueKind::kFalse; }
+  void addContents(bool) {}
+
+  ValueKind kindOf(const Date&) const { return ValueKind::kDate; }
+  void addContents(const Date& date) {
+    numbers_.push_back(date.unixSeconds() * kMillisecondsPerSecond);
   }
-  void addHeld(const PropertyList::Data& data) {
-    addKind(Kind::kData);
+
+  ValueKind kindOf(const PropertyList::Data&) const { return ValueKind::kData; }
+  void addContents(const PropertyList::Data& data) {
     blobs_.push_back(engine_.toScriptValue(bytesOf(data)));
   }
-  void addHeld(const PropertyList::Array& array) {
-    if (!enter(Kind::kArray, array.size())) return;
+
+  ValueKind kindOf(const Uid&) const { return containerKind(ValueKind::kDictionary); }
+  void addContents(const Uid& uid) {
+    if (depth_ == kDeepest) return;
+    shapes_.addMember("CF$UID", ValueKind::kNumber);
+    addCount(shapes_.endShape());
+    addContents(uid.value);
+  }
+
+  ValueKind kindOf(const PropertyList::Array&) const { return containerKind(ValueKind::kArray); }
+  void addContents(const PropertyList::Array& array) {
+    if (depth_ == kDeepest) return;
+    ++depth_;
+    addCount(array.size());
     for (const PropertyList& element : array) add(element);
     --depth_;
   }
-  void addHeld(const PropertyList::Dictionary& dictionary) {
-    if (!enter(Kind::kDictionary, dictionary.size())) return;
-    for (const auto& [key, value] : dictionary) {
-      addKey(key);
-      add(value);
-    }
+
+  ValueKind kindOf(const PropertyList::Dictionary&) const {
+    return containerKind(ValueKind::kDictionary);
+  }
+  void addContents(const PropertyList::Dictionary& dictionary) {
+    if (depth_ == kDeepest) return;
+    ++depth_;
+    for (const auto& [key, value] : dictionary) shapes_.addMember(key, kindOf(value));
+    addCount(shapes_.endShape());
+    for (const auto& [key, value] : dictionary) addContents(value);
     --depth_;
   }
 
-  bool enter(Kind kind, std::size_t count) {
-    if (depth_ == kDeepest) {
-      addKind(Kind::kAbsent);
-      return false;
-    }
-    ++depth_;
-    addKind(kind);
-    addCount(count);
-    return true;
-  }
-
-  /// Records share their keys, so each crosses the border once.
-  void addKey(std::string_view key) {
-    const auto [known, isNew] = keyIndexes_.try_emplace(key, keyIndexes_.size());
-    if (isNew) keys_.append(toText(key));
-    addCount(known->second);
+  ValueKind containerKind(ValueKind kind) const {
+    return depth_ == kDeepest ? ValueKind::kAbsent : kind;
   }
 
   QJSEngine& engine_;
+  ScriptShapes& shapes_;
   std::vector<std::uint32_t> operations_;
   std::vector<double> numbers_;
-  QStringList keys_;
-  std::unordered_map<std::string_view, std::size_t> keyIndexes_;
   QStringList texts_;
   std::vector<QJSValue> blobs_;
   std::size_t depth_ = 0;
@@ -157,24 +165,24 @@ class Builder {
         blobs_(flat.property("blobs")) {}
 
   std::optional<PropertyList> value() {
-    switch (static_cast<Kind>(nextOperation())) {
-      case Kind::kNumber:
+    switch (static_cast<ValueKind>(nextOperation())) {
+      case ValueKind::kNumber:
         return number(nextNumber());
-      case Kind::kString:
+      case ValueKind::kString:
         return PropertyList(nextText());
-      case Kind::kTrue:
+      case ValueKind::kTrue:
         return PropertyList(true);
-      case Kind::kFalse:
+      case ValueKind::kFalse:
         return PropertyList(false);
-      case Kind::kDate:
+      case ValueKind::kDate:
         return PropertyList(Date::fromUnixSeconds(nextNumber() / kMillisecondsPerSecond));
-      case Kind::kData:
+      case ValueKind::kData:
         return PropertyList(elementsOf<std::uint8_t>(blobs_.property(blob_++)));
-      case Kind::kDictionary:
+      case ValueKind::kDictionary:
         return PropertyList(dictionary());
-      case Kind::kArray:
+      case ValueKind::kArray:
         return PropertyList(array());
-      case Kind::kAbsent:
+      case ValueKind::kAbsent:
         break;
     }
     return std::nullopt;
@@ -227,7 +235,7 @@ class Builder {
 }  // namespace
 
 ScriptValues::ScriptValues(QJSEngine& engine) : engine_(engine) {
-  const QJSValue functions = evaluateScriptFile(engine, "values.js");
+  const QJSValue functions = importScriptFile(engine, "values.mjs");
   build_ = functions.property("build");
   flatten_ = functions.property("flatten");
 }
@@ -236,18 +244,23 @@ QJSValue ScriptValues::fromPropertyList(const PropertyList* value) {
   if (value == nullptr) return QJSValue::NullValue;
   // What the scheduler passes for every task, without a detour.
   if (const auto* text = value->as<PropertyList::String>()) return toText(*text);
-  Flattener flattener(engine_);
+  Flattener flattener(engine_, shapes_);
   flattener.add(*value);
-  QJSValue built = build_.call(flattener.arguments());
-  if (built.isError()) throw ScriptError(built);
-  return built;
+  return build(flattener.arguments());
 }
 
 QJSValue ScriptValues::fromList(const TaskList& list) {
-  Flattener flattener(engine_);
+  Flattener flattener(engine_, shapes_);
   flattener.addList(list);
-  QJSValue built = build_.call(flattener.arguments());
-  if (built.isError()) throw ScriptError(built);
+  return build(flattener.arguments());
+}
+
+QJSValue ScriptValues::build(const QJSValueList& flat) {
+  QJSValue built = build_.call(flat);
+  if (built.isError()) {
+    shapes_.forget();  // the script may not have learned the new ones
+    throw ScriptError(built);
+  }
   return built;
 }
 

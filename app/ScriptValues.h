@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "app/Host.h"
+#include "app/ScriptShapes.h"
 #include "platform/PropertyList.h"
 
 namespace kv {
@@ -41,7 +42,10 @@ class ScriptValues {
   std::optional<PropertyList> toPropertyList(const QJSValue& value);
 
  private:
+  QJSValue build(const QJSValueList& flat);
+
   QJSEngine& engine_;
+  ScriptShapes shapes_;
   QJSValue build_;
   QJSValue flatten_;
 };

@@ -10,7 +10,7 @@
 
 namespace kv {
 
-/// What stands behind a script's TAV_StatusItemController object (script/globals.js).
+/// What stands behind a script's TAV_StatusItemController object (script/globals.mjs).
 ///
 /// Threads    the engine's.
 /// Ownership  the engine's garbage collector deletes it when the script has dropped its object;

@@ -16,7 +16,7 @@
 
 namespace kv {
 
-/// What stands behind a script's `system` (script/globals.js): what a host must know of the
+/// What stands behind a script's `system` (script/globals.mjs): what a host must know of the
 /// machine to answer the scheduler, and what it tells the user.
 ///
 /// Threads    the engine's.

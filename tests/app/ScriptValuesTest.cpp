@@ -19,6 +19,31 @@ PropertyList nested(PropertyList core) {
   return core;
 }
 
+/// `core` at the end of 500 dictionaries, each in the one before.
+PropertyList nestedInDictionaries(PropertyList core) {
+  for (int level = 0; level < 500; ++level) core = Dictionary{{"next", std::move(core)}};
+  return core;
+}
+
+/// Records with members of all kinds; some have members more.
+Array manyRecords(int count) {
+  Array records;
+  for (int i = 0; i < count; ++i) {
+    Dictionary record{{"name", "set " + std::to_string(i)},
+                      {"number", i},
+                      {"real", i + 0.5},
+                      {"isOn", i % 2 == 0},
+                      {"date", Date::fromUnixSeconds(i)},
+                      {"bytes", PropertyList::Data(1, static_cast<std::uint8_t>(i))},
+                      {"list", Array{i, "x", Array{}}},
+                      {"more", Dictionary{{"deep", Dictionary{{"i", i}}}}}};
+    if (i % 3 == 0) record.set("__proto__", Array{i});
+    if (i % 5 == 0) record.set("no name, but a key\"", i);
+    records.emplace_back(std::move(record));
+  }
+  return records;
+}
+
 struct ScriptValuesTest : testing::Test {
   std::optional<PropertyList> read(const std::string& expression) {
     return values_.toPropertyList(world_.value("(" + expression + ")"));
@@ -43,11 +68,45 @@ TEST_F(ScriptValuesTest, AScriptGetsItsOwnKindOfValues) {
       {Dictionary{{"10", "a"}, {"length", 3}, {"2", "b"}}, "v[10] + v[2] + v.length", "ab3"},
       {nested(nested(nested("x"))), "let n = 0; for (; Array.isArray(v); v = v[0]) ++n; n + v",
        "300x"},
+      {nestedInDictionaries("x"), "let n = 0; for (; typeof v === 'object'; v = v.next) ++n; n + v",
+       "500x"},
   };
   for (const auto& [value, code, shown] : kCases) {
     world_.application->scripts().engine().globalObject().setProperty(
         "v", values_.fromPropertyList(&value));
     EXPECT_EQ(world_.show(code), shown) << code << value.description();
+  }
+}
+
+TEST_F(ScriptValuesTest, RecordsOfManyKindsComeBackAsTheyWere) {
+  // Thrice: what many records share is remembered, and used from then on.
+  for (int round = 0; round < 3; ++round) {
+    const PropertyList records(manyRecords(200));
+    EXPECT_EQ(values_.toPropertyList(values_.fromPropertyList(&records)), records) << round;
+  }
+}
+
+TEST_F(ScriptValuesTest, KeysAreNeverRunAsCode) {
+  world_.script("var hasRun = false; function run() { hasRun = true; }");
+  for (const char* key : {"a\": run(), \"b", "[run()]", "a\\", "a\nb",
+                          "a\xE2\x80\xA8"
+                          "b",
+                          "__proto__", "0: run(), a", "get a() { return run(); }, b"}) {
+    // Often enough for the engine to compile what it makes such records with.
+    const PropertyList records(Array(100, Dictionary{{key, 1}, {"c", key}}));
+    EXPECT_EQ(values_.toPropertyList(values_.fromPropertyList(&records)), records) << key;
+  }
+  EXPECT_EQ(world_.show("hasRun"), "false");
+}
+
+TEST_F(ScriptValuesTest, RecordsThatAreAllDifferentComeBackTooEveryTime) {
+  for (int round = 0; round < 3; ++round) {
+    Array records;
+    for (int i = 0; i < 1500; ++i) {
+      records.emplace_back(Dictionary{{"key " + std::to_string(round * 700 + i), i}});
+    }
+    const PropertyList list(std::move(records));
+    EXPECT_EQ(values_.toPropertyList(values_.fromPropertyList(&list)), list) << round;
   }
 }
 

@@ -4,9 +4,7 @@
 // `kit` is the program's side: it makes the objects behind those of the script. Arguments are
 // checked here, and each operation of the program is given all of them. `describe` shows any value
 // as the console does.
-(function (kit, describe, global) {
-  'use strict';
-
+export function connect(kit, describe, global) {
   // --- Arguments ---
 
   const isAbsent = value => value === undefined || value === null;
@@ -324,4 +322,4 @@
                       DDLogFileFormatterDefault, FormatterSch]) {
     define(type.name, type);
   }
-})
+}

@@ -2,9 +2,7 @@
 //
 // `program` holds the program's objects behind them. Their operations take every argument, so each
 // is filled in here; texts may be null.
-(function (program, global) {
-  'use strict';
-
+export function connect(program, global) {
   function define(name, value) {
     Object.defineProperty(global, name, {value: value, writable: true, configurable: true});
   }
@@ -205,4 +203,4 @@
     delegate: () => isObject(delegate) ? delegate : null,
     delegateOrigin: () => delegateOrigin
   };
-})
+}

@@ -2,9 +2,7 @@
 //
 // `reporter` is the program's side: missing() and threw(text, stack) speak of the operation that
 // the program is calling, log(level, text, stack) of the console.
-(function (reporter, global) {
-  'use strict';
-
+export function connect(reporter, global) {
   // What to show of any value, however hostile.
   function describe(value) {
     try {
@@ -91,4 +89,4 @@
     readState: readState,
     writeState: writeState
   };
-})
+}

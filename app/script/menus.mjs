@@ -2,9 +2,7 @@
 //
 // `notice` is the program's side: it is told of every change, so that a menu that is shown is read
 // again when the script is done.
-(function (notice, global) {
-  'use strict';
-
+export function connect(notice, global) {
   const DEEPEST = 8; // levels of submenus that are shown
   const MOST_LINES = 1000; // lines of one menu that are shown
   const LONGEST_TITLE = 500; // characters of a title that are shown
@@ -160,4 +158,4 @@
       return () => item.action(item);
     }
   };
-})
+}
