@@ -72,6 +72,7 @@
     },
 
     version: () => version,
+    hasFailures: () => failures.size > 0,
     failure: (set) => failures.get(set),
     lastGood: (set) => good.get(set),
     restEnd: restEnd,
