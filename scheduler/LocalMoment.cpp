@@ -6,11 +6,10 @@ namespace kv {
 
 namespace {
 
-/// The number of Sunday 2011-01-02. It is the same in every zone.
+/// The number of a Sunday in the locale's week: 2011-01-02 06:37:35. It is the same in every zone.
 std::optional<std::string> numberOfSunday(const DateLocale& locale) {
-  const DateFormatter reference("MM/dd/yyyy HH:mm:ss", locale, DateZone::kUtc);
-  const auto known = reference.date("01/02/2011 06:37:35");
-  return known ? DateFormatter("e", locale, DateZone::kUtc).string(*known) : std::nullopt;
+  const auto sunday = Date::fromUnixSeconds(1293950255);
+  return DateFormatter("e", locale, DateZone::kUtc).string(sunday);
 }
 
 }  // namespace
