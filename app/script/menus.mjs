@@ -37,7 +37,7 @@ export function connect(notice, global) {
 
   class NSMenuItem {
     constructor(title, action) {
-      Object.defineProperty(this, fieldsKey, {value: {
+      this[fieldsKey] = {
         id: ++lastId,
         title: asText(title),
         // Called with the item when the user picks it; null for none.
@@ -45,11 +45,13 @@ export function connect(notice, global) {
         enabled: true,
         submenu: null,
         separator: false,
-        state: 0 // 1 when checked, 0 when not
-      }});
-      // The menu that holds the item, kept by that menu.
-      Object.defineProperty(this, 'menu', {value: null, writable: true, configurable: true});
+        state: 0, // 1 when checked, 0 when not
+        menu: null
+      };
     }
+
+    // The menu that holds the item, kept by that menu.
+    get menu() { return this[fieldsKey].menu; }
 
     static separatorItem() {
       const item = new NSMenuItem();
@@ -66,6 +68,10 @@ export function connect(notice, global) {
   defineField(NSMenuItem, 'separator', Boolean);
   defineField(NSMenuItem, 'state', asItIs);
 
+  function release(item) {
+    if (item instanceof NSMenuItem) item[fieldsKey].menu = null;  // else put there behind our back
+  }
+
   class NSMenu {
     constructor(title) {
       this.title = asText(title);
@@ -81,7 +87,7 @@ export function connect(notice, global) {
       if (!(item instanceof NSMenuItem)) throw new TypeError('a menu holds NSMenuItem objects');
       if (item.menu) item.menu.removeItem(item);
       this.items.splice(Math.min(Math.max(index | 0, 0), this.items.length), 0, item);
-      item.menu = this;
+      item[fieldsKey].menu = this;
       notice.changed();
       return item;
     }
@@ -90,13 +96,13 @@ export function connect(notice, global) {
       const index = this.items.indexOf(item);
       if (index < 0) return;
       this.items.splice(index, 1);
-      item.menu = null;
+      release(item);
       notice.changed();
     }
 
     removeAllItems() {
       if (this.items.length === 0) return;
-      for (const item of this.items) item.menu = null;
+      this.items.forEach(release);
       this.items = [];
       notice.changed();
     }

@@ -20,6 +20,7 @@
   const charactersOf = (text) => text.match(/[\ud800-\udbff][\udc00-\udfff]|[^]/g) || [];
 
   function cutInTheMiddle(text, longest) {
+    if (text.length <= longest) return text;
     const characters = charactersOf(text);
     if (characters.length <= longest) return text;
     const head = Math.ceil((longest - 1) / 2);
@@ -36,7 +37,11 @@
     return text.slice(0, LONGEST_TEXT / 2) + "…" + text.slice(-LONGEST_TEXT / 2);
   }
 
+  // Words of ASCII with single blanks between them, like most names.
+  const PLAIN = /^[!-~]+( [!-~]+)*$/;
+
   function harmless(text) {
+    if (text.length <= LONGEST_NAME && PLAIN.test(text)) return text;
     return charactersOf(shortened(text)).map((one) => (isHalf(one) ? "\ufffd" : one)).join("")
       .replace(HARMFUL, " ").replace(/\s+/g, " ").trim();
   }
