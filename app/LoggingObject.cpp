@@ -94,6 +94,7 @@ void LoggingObject::flushLog() {
 void LoggingObject::log(bool asynchronous, const QString& message, double level, double flag,
                         double context, const QJSValue& tag, const QString& stack) {
   engine_.guarded([&] {
+    if (rehearsalFiles_) return;  // no logger listens, and no thread need begin for it
     const auto place = ScriptEngine::placeInScript(stack).value_or(ScriptEngine::Place());
     DDLog::log(asynchronous, {.message = makeLogText(message.toStdString()),
                               .level = maskFromScript(level),

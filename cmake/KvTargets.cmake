@@ -5,8 +5,9 @@ target_compile_options(kv_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
   $<$<BOOL:${KV_WERROR}>:-Werror>)
 # False alarms of GCC 12 in the headers of the library and of fmt, at -O3 only.
-target_compile_options(kv_flags INTERFACE
+set(no_false_alarms
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict -Wno-stringop-overflow>)
+target_compile_options(kv_flags INTERFACE ${no_false_alarms})
 # One operation of the logging framework has C linkage so that its name is plain, not for C.
 target_compile_options(kv_flags INTERFACE
   $<$<CXX_COMPILER_ID:Clang>:-Wno-return-type-c-linkage>)
@@ -16,6 +17,13 @@ if(KV_SANITIZE)
   target_link_options(kv_flags INTERFACE -fsanitize=${KV_SANITIZE})
 else()
   include(${CMAKE_CURRENT_LIST_DIR}/Hardening.cmake)
+endif()
+if(KV_LTO)
+  # The objects hold plain code too, for those who link the library without this, and for modules:
+  # it would make code for programs of all.
+  target_compile_options(kv_flags INTERFACE -flto=auto -ffat-lto-objects)
+  target_link_options(kv_flags INTERFACE
+    $<IF:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>,-flto=auto,-fno-lto> ${no_false_alarms})
 endif()
 if(KV_COVERAGE)
   # Up to four files for each program, into which its processes add what they have counted,
