@@ -19,7 +19,8 @@ std::string pathOf(const QString& url) {
 }
 
 bool isInHostScript(const QString& url) {
-  return !url.isEmpty() && !url.startsWith(kScriptFiles);
+  const bool hasFolder = url.contains('/');  // our own have none where they come as byte code
+  return hasFolder && !url.startsWith(kScriptFiles);
 }
 
 /// The first place in a host script of a stack as QJSEngine::evaluate yields it: frames of the

@@ -6,7 +6,7 @@
 namespace kv {
 
 /// Where the program's own JavaScript files lie among its resources; stack frames in them are not
-/// the host script's.
+/// the host script's. Those of a file that the build has compiled have the file's bare name.
 inline constexpr char kScriptFiles[] = "qrc:/kv/script/";
 
 /// Imports script/`name`, one of the program's own files, and yields the object with what it

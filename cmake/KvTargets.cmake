@@ -4,9 +4,9 @@ add_library(kv_flags INTERFACE)
 target_compile_options(kv_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
   $<$<BOOL:${KV_WERROR}>:-Werror>)
-# False alarms of GCC 12 in the headers of the library and of fmt, at -O3 only.
-set(no_false_alarms
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict -Wno-stringop-overflow>)
+# False alarms of GCC 12 in the headers of the library, of fmt and of Qt, at -O3 only.
+set(no_false_alarms $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:
+  -Wno-restrict -Wno-stringop-overflow -Wno-alloc-size-larger-than>)
 target_compile_options(kv_flags INTERFACE ${no_false_alarms})
 # One operation of the logging framework has C linkage so that its name is plain, not for C.
 target_compile_options(kv_flags INTERFACE
