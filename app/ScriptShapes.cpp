@@ -6,11 +6,12 @@ namespace kv {
 namespace {
 
 constexpr std::size_t kMostShapes = 1000;
+constexpr std::size_t kMostBytes = 256 * 1024;
 
 }  // namespace
 
 void ScriptShapes::beginTree() {
-  if (numbers_.size() > kMostShapes) forget();
+  if (numbers_.size() > kMostShapes || bytes_ > kMostBytes) forget();
   firstNew_ = static_cast<std::uint32_t>(numbers_.size());
   newKinds_.clear();
   newKeys_.clear();
@@ -33,7 +34,13 @@ std::uint32_t ScriptShapes::endShape() {
   return known->second;
 }
 
+void ScriptShapes::forget() {
+  numbers_.clear();
+  bytes_ = 0;
+}
+
 void ScriptShapes::learn() {
+  bytes_ += spelling_.size();
   newKinds_.push_back(static_cast<std::uint32_t>(members_.size()));
   for (const auto& [key, kind] : members_) {
     newKinds_.push_back(static_cast<std::uint32_t>(kind));

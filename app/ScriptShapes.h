@@ -29,8 +29,8 @@ enum class ValueKind : std::uint32_t {
 /// records of a document have few shapes, and the same ones at every tick, so that a shape crosses
 /// the border once and is a number from then on.
 ///
-/// Shapes are forgotten between two trees when there are too many: documents must not fill the
-/// memory with what they held once.
+/// Shapes are forgotten between two trees when there are too many, or too long ones: documents must
+/// not fill the memory with what they held once.
 ///
 /// Threads    the engine's.
 /// Ownership  keeps copies of the keys.
@@ -50,12 +50,13 @@ class ScriptShapes {
   /// The keys of all new shapes.
   const QStringList& newKeys() const { return newKeys_; }
 
-  void forget() { numbers_.clear(); }
+  void forget();
 
  private:
   void learn();
 
   std::map<std::string, std::uint32_t> numbers_;
+  std::size_t bytes_ = 0;  ///< of their spellings
   std::uint32_t firstNew_ = 0;
   std::vector<std::uint32_t> newKinds_;
   QStringList newKeys_;

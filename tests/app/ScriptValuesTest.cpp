@@ -105,6 +105,7 @@ TEST_F(ScriptValuesTest, RecordsThatAreAllDifferentComeBackTooEveryTime) {
     for (int i = 0; i < 1500; ++i) {
       records.emplace_back(Dictionary{{"key " + std::to_string(round * 700 + i), i}});
     }
+    records.emplace_back(Dictionary{{std::string(300'000, 'k'), round}});
     const PropertyList list(std::move(records));
     EXPECT_EQ(values_.toPropertyList(values_.fromPropertyList(&list)), list) << round;
   }
