@@ -142,6 +142,11 @@ class Stage {
   }
 
  private:
+  std::shared_ptr<const TaskList> listOf(const Rehearsal::Environment& environment) {
+    if (environment.list) return environment.list;
+    return std::make_shared<TaskList>(ScheduleDocuments::load(*files_, environment.homeFolder));
+  }
+
   Application::Environment applicationEnvironment(const Rehearsal::Environment& environment) {
     const auto runLoop = std::make_shared<StandingRunLoop>();
     const auto launcher = std::make_shared<NoLauncher>();
@@ -164,9 +169,8 @@ class Stage {
     made.scheduler.locale = environment.locale;
     made.scheduler.homeFolder = environment.homeFolder;
     made.scheduler.observer = judgements_;
-    // One reading for the start and both ticks: a rehearsal shows one moment.
-    made.scheduler.readList = [list = std::make_shared<const TaskList>(ScheduleDocuments::load(
-                                   *files_, environment.homeFolder))] { return list; };
+    // One list for the start and both ticks: a rehearsal shows one moment.
+    made.scheduler.readList = [list = listOf(environment)] { return list; };
     made.launcher = {.launcher = launcher,
                      .queue = std::make_shared<BackgroundQueue>(),
                      .systemLog = remarks_,

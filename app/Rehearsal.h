@@ -53,6 +53,8 @@ class Rehearsal {
     /// The folder with the host's scripts.
     std::string bundle;
     bool isInstalledBundle = true;
+    /// The joined list; null for that of the documents.
+    std::shared_ptr<const TaskList> list = nullptr;
   };
 
   struct Result {

@@ -42,6 +42,11 @@ export function connect(program, global) {
 
   // --- KVTimer ---
 
+  // What tells when a set is due; the rest of its record need not cross to the program.
+  function whenOf(record) {
+    return isObject(record) ? {schopts: absentAsNull(record.schopts)} : absentAsNull(record);
+  }
+
   // Each KVTimer keeps its scheduler under this key. A WeakMap would be the obvious place, but the
   // engine crashes in it once keys have been collected.
   const schedulerKey = Symbol('scheduler');
@@ -81,10 +86,10 @@ export function connect(program, global) {
     }
 
     // Whether the scheduler looks at a set at all, by its record.
-    isTakingPart(record) { return scheduler(this).isTakingPart(absentAsNull(record)); }
+    isTakingPart(record) { return scheduler(this).isTakingPart(whenOf(record)); }
     // When it is due next, or null.
     nextDue(record) {
-      const due = scheduler(this).nextDue(absentAsNull(record));
+      const due = scheduler(this).nextDue(whenOf(record));
       return due === null || isNaN(due) ? null : due;
     }
 

@@ -138,7 +138,9 @@ int check(const Context& context) {
   if (context.asJson) {
     Json list = Json::array();
     for (const Problem& problem : problems) list.push_back(objectOf(problem));
-    printJson({{"at", utcStamp(subject.now())}, {"sets", sets.all().size()}, {"problems", list}});
+    printJson({{"at", utcStamp(subject.now())},
+               {"sets", sets.all().size()},
+               {"problems", std::move(list)}});
   } else {
     std::string text;
     for (const Problem& problem : problems) text += textOf(problem, context.style) + "\n";

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "platform/PropertyListWriter.h"
 #include "scheduler/FieldReaders.h"
 #include "scheduler/IntervalOrder.h"
 #include "scheduler/NextRun.h"
@@ -14,7 +13,6 @@
 #include "scheduler/Rules.h"
 #include "tools/kvbackup/BackupSet.h"
 #include "tools/kvbackup/LocalCalendar.h"
-#include "tools/kvctl/ExitStatus.h"
 
 namespace kv::kvctl {
 namespace {
@@ -55,15 +53,6 @@ const PropertyList* member(const PropertyList& value, const char* key) {
 std::optional<std::string> textOf(const std::optional<PropertyList>& value) {
   const auto* text = value ? value->as<PropertyList::String>() : nullptr;
   return text == nullptr ? std::nullopt : std::optional(*text);
-}
-
-/// Whether two lists were read from the same documents. A NaN is unequal to itself, and equal in
-/// bytes.
-bool isSameList(const TaskList& one, const TaskList& other) {
-  const auto bytes = [](const TaskList& list) {
-    return writePropertyList(list, PropertyListEncoding::kBinary);
-  };
-  return one == other || bytes(one) == bytes(other);
 }
 
 }  // namespace
@@ -114,15 +103,11 @@ Explainer::Explainer(const Context& context)
       moment_(now_, patterns_) {
   Context standing = context;  // everything is about one moment
   standing.clock = std::make_shared<StandingClock>(now_);
-  constexpr int kAttempts = 5;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    sets_ = std::make_unique<Sets>(standing);
-    rehearsal_ = Rehearsal::run(rehearsalEnvironment(standing));
-    const bool isSame = isSameList(rehearsal_.list, sets_->list());
-    if (isSame) noteOrder();
-    if (isSame || !rehearsal_.hasScheduler) return;
-  }
-  throw Refusal(ExitStatus::kUnreadable, "the schedule documents change again and again");
+  sets_ = std::make_unique<Sets>(standing);
+  auto environment = rehearsalEnvironment(standing);
+  environment.list = std::make_shared<const TaskList>(sets_->list());
+  rehearsal_ = Rehearsal::run(environment);
+  if (rehearsal_.hasScheduler) noteOrder();
 }
 
 /// In which order the scheduler takes the sets that are due now.

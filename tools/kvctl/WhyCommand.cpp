@@ -112,7 +112,7 @@ int why(const Context& context, const std::optional<std::string>& name) {
   }
   if (context.asJson) {
     printJson({{"at", utcStamp(explainer.now())},
-               {"sets", list},
+               {"sets", std::move(list)},
                {"remarks", explainer.rehearsal().remarks}});
     return static_cast<int>(ExitStatus::kDone);
   }
