@@ -59,7 +59,7 @@ bool SystemKit::destinationPresent(const QString& path) {
 QJSValue SystemKit::processesRunning(const QString& executable) {
   return engine_.guarded([&] {
     PropertyList::Array processes;
-    for (const RunningProcess& process : kv::processesRunning(executable.toStdString())) {
+    for (const RunningProcess& process : processes_.running(executable.toStdString())) {
       PropertyList::Array arguments(process.arguments.begin(), process.arguments.end());
       processes.push_back(
           PropertyList::Dictionary{{"pid", process.pid}, {"arguments", std::move(arguments)}});

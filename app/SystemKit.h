@@ -12,6 +12,7 @@
 #include "platform/Notifier.h"
 #include "platform/ProcessLauncher.h"
 #include "platform/RunLoop.h"
+#include "platform/linux/ProcessTable.h"
 #include "platform/linux/Volumes.h"
 
 namespace kv {
@@ -85,6 +86,7 @@ class SystemKit final : public QObject {
 
   ScriptEngine& engine_;
   Environment environment_;
+  ProcessTable processes_;
   std::optional<MountTable> mountTable_;
   Date mountTableRead_;
 };

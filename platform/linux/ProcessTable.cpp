@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -25,8 +27,9 @@ std::string resolved(const std::string& path) {
 }
 
 std::string linkTarget(const std::string& path) {
-  std::error_code error;
-  return fs::read_symlink(path, error).string();
+  std::array<char, PATH_MAX> target;
+  const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+  return {target.data(), length < 0 ? 0 : static_cast<std::size_t>(length)};
 }
 
 std::string baseName(const std::string& path) {
@@ -59,15 +62,23 @@ std::vector<std::string> commandLine(const std::string& processFolder) {
   return arguments;
 }
 
+/// Whether it is the same file, and not written since.
+bool isUnchanged(const struct stat& before, const struct stat& now) {
+  return before.st_dev == now.st_dev && before.st_ino == now.st_ino &&
+         before.st_size == now.st_size && before.st_ctim.tv_sec == now.st_ctim.tv_sec &&
+         before.st_ctim.tv_nsec == now.st_ctim.tv_nsec;
+}
+
 /// What all processes are compared with.
 struct Wanted {
   std::string executable;
   std::string interpreter;
 };
 
-bool runsExecutable(const std::string& image, const Wanted& wanted) {
-  // An upgrade replaces the file under a running program.
-  return image == wanted.executable || image == wanted.executable + " (deleted)";
+bool runsExecutable(std::string_view image, const Wanted& wanted) {
+  if (!image.starts_with(wanted.executable)) return false;
+  image.remove_prefix(wanted.executable.size());
+  return image.empty() || image == " (deleted)";  // an upgrade replaces the file of what runs
 }
 
 bool runsScript(const std::string& processFolder, const std::string& image,
@@ -92,12 +103,12 @@ bool isOwn(const std::string& processFolder) {
 
 std::optional<RunningProcess> processMatching(int pid, const Wanted& wanted) {
   const std::string folder = "/proc/" + std::to_string(pid);
-  if (!isOwn(folder)) return std::nullopt;
   const std::string image = linkTarget(folder + "/exe");
-  if (image.empty()) return std::nullopt;  // ended, or a zombie
+  if (image.empty()) return std::nullopt;  // ended, a zombie, or not to be seen by this user
   const bool isItself = runsExecutable(image, wanted);
   // To read a command line may mean to wait for the process, so it is done only where it matters.
   if (!isItself && wanted.interpreter.empty()) return std::nullopt;
+  if (!isOwn(folder)) return std::nullopt;
   RunningProcess process{pid, commandLine(folder)};
   if (!isItself && !runsScript(folder, image, process.arguments, wanted)) return std::nullopt;
   return process;
@@ -118,9 +129,18 @@ std::optional<OwnProcess> ownProcess(int pid) {
   return process;
 }
 
-std::vector<RunningProcess> processesRunning(const std::string& executable) {
+const std::string& ProcessTable::interpreterOf(const std::string& path) {
+  struct stat state {};
+  if (::stat(path.c_str(), &state) != 0) state = {};
+  const auto [entry, isNew] = programs_.try_emplace(path);
+  Program& program = entry->second;
+  if (isNew || !isUnchanged(program.state, state)) program = {state, interpreterName(path)};
+  return program.interpreter;
+}
+
+std::vector<RunningProcess> ProcessTable::running(const std::string& executable) {
   std::vector<RunningProcess> processes;
-  const Wanted wanted{resolved(executable), interpreterName(executable)};
+  const Wanted wanted{resolved(executable), interpreterOf(executable)};
   std::error_code error;
   fs::directory_iterator entries("/proc", error);
   for (; !error && entries != fs::directory_iterator(); entries.increment(error)) {

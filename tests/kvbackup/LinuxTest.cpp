@@ -60,6 +60,9 @@ TEST(ProcessTable, FindsProgramsAndScriptsThatRun) {
   const std::string script = folder / "my script";
   const std::string begun = folder / "begun";
   ASSERT_EQ(::mkfifo(begun.c_str(), 0600), 0);
+  ProcessTable table;
+  writeFile(script, "no script yet");
+  EXPECT_THAT(table.running(script), testing::IsEmpty());
   writeFile(script, "#!/bin/sh -u\necho > '" + begun + "'\nread line\nexit 0\n");
   fs::permissions(script, fs::perms::owner_all);
   fs::create_symlink("my script", folder / "link");
@@ -67,12 +70,12 @@ TEST(ProcessTable, FindsProgramsAndScriptsThatRun) {
   FILE* process = ::popen(command.c_str(), "w");
   ASSERT_NE(process, nullptr);
   readFile(begun);  // waits until the script runs
-  const std::vector<RunningProcess> found = processesRunning(folder / "link");
+  const std::vector<RunningProcess> found = table.running(folder / "link");
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(std::to_string(found[0].pid) + "\n", readFile(folder / "pid"));
   EXPECT_THAT(found[0].arguments, testing::ElementsAre("/bin/sh", "-u", script));
   ::pclose(process);
-  EXPECT_THAT(processesRunning(script), testing::IsEmpty());
+  EXPECT_THAT(table.running(script), testing::IsEmpty());
 }
 
 }  // namespace

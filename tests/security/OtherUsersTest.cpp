@@ -127,7 +127,7 @@ TEST(OtherUsers, RunProgramsThatAreNotOurs) {
     ::close(started[1]);
     char none = 0;
     EXPECT_EQ(::read(started[0], &none, 1), 0);  // the program runs: its copy of the pipe is closed
-    const auto found = processesRunning("/bin/cat");
+    const auto found = ProcessTable().running("/bin/cat");
     const bool isFound = std::any_of(found.begin(), found.end(),
                                      [pid](const auto& process) { return process.pid == pid; });
     EXPECT_EQ(isFound, user == 0);

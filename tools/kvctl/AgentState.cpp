@@ -104,7 +104,8 @@ void readLock(AgentState& state, const Context& context) {
 /// A backup that certainly runs: kvbackup with one of the commands that copy.
 void readProcesses(AgentState& state, const Context& context) {
   static constexpr std::array<std::string_view, 3> kCopying = {"run", "Qm3x7P", "4R82T6"};
-  for (const RunningProcess& process : processesRunning(context.programFolder + "/kvbackup")) {
+  const std::string program = context.programFolder + "/kvbackup";
+  for (const RunningProcess& process : ProcessTable().running(program)) {
     const auto& arguments = process.arguments;
     if (arguments.size() < 2 || !std::count(kCopying.begin(), kCopying.end(), arguments[1])) {
       continue;
