@@ -44,10 +44,8 @@ template <class Work>
 void DDFileLogger::guarded(Work&& work) {
   try {
     work();
-  } catch (const std::exception& failure) {
-    report(failure.what());
   } catch (...) {
-    report("unknown exception");
+    reportCaught();
   }
 }
 
@@ -239,38 +237,10 @@ void DDFileLogger::finishRolling() {
 
 // --- Writing ---
 
-void DDFileLogger::logMessage(const DDLogMessage& message) {
-  DDLogFormatter* const formatter = currentFormatter();
-  const LogText text =
-      formatter == nullptr ? message.message() : formatter->formatLogMessage(message);
-  if (text == nullptr) return;
-
-  const bool isCustom = formatter != nullptr && !message.isOwnText(text);
-  const bool isLeftAsIs = isCustom && !appendsNewline_;
-  const std::size_t begin = lines_.size();
-  lines_.append(*text);
-  if (!isLeftAsIs && !text->ends_with('\n')) lines_.push_back('\n');
-  lineLengths_.push_back(lines_.size() - begin);
-  if (mustWrite()) write();
-}
-
-bool DDFileLogger::mustWrite() const {
-  if (!mayHold_ || !groupsBacklogWrites_ || currentLogFileHandle_ == nullptr) return true;
-  if (lineLengths_.size() >= kMostLines || lines_.size() >= kMostBytes) return true;
-  const std::uint64_t offset = currentLogFileHandle_->offset() + lines_.size();
-  return maximumFileSize_ != 0 && offset >= maximumFileSize_;
-}
-
-void DDFileLogger::write() {
-  guarded([this] {
-    writeAll();
-    maybeRollLogFileDueToSize();
-  });
-}
-
 /// Writes what is held. What cannot be written is lost; of a single line the failure is thrown, of
-/// several each is reported.
-void DDFileLogger::writeAll() {
+/// several each is reported. Inline like what follows, for the sake of synchronous messages: see
+/// SerialQueue::sync().
+[[gnu::always_inline]] inline void DDFileLogger::writeAll() {
   const ClearAtEnd clear{lines_, lineLengths_};
   FileHandle* handle = nullptr;
   std::uint64_t begin = 0;
@@ -293,6 +263,41 @@ void DDFileLogger::writeAll() {
   writeLineByLine(*handle, begin);
 }
 
+[[gnu::always_inline]] inline void DDFileLogger::writeAndRoll() {
+  try {
+    writeAll();
+    maybeRollLogFileDueToSize();
+  } catch (...) {
+    reportCaught();
+  }
+}
+
+void DDFileLogger::write() {
+  writeAndRoll();
+}
+
+void DDFileLogger::logMessage(const DDLogMessage& message) {
+  DDLogFormatter* const formatter = currentFormatter();
+  const LogText text =
+      formatter == nullptr ? message.message() : formatter->formatLogMessage(message);
+  if (text == nullptr) return;
+
+  const bool isCustom = formatter != nullptr && !message.isOwnText(text);
+  const bool isLeftAsIs = isCustom && !appendsNewline_;
+  const std::size_t begin = lines_.size();
+  lines_.append(*text);
+  if (!isLeftAsIs && !text->ends_with('\n')) lines_.push_back('\n');
+  lineLengths_.push_back(lines_.size() - begin);
+  if (mustWrite()) writeAndRoll();
+}
+
+bool DDFileLogger::mustWrite() const {
+  if (!mayHold_ || !groupsBacklogWrites_ || currentLogFileHandle_ == nullptr) return true;
+  if (lineLengths_.size() >= kMostLines || lines_.size() >= kMostBytes) return true;
+  const std::uint64_t offset = currentLogFileHandle_->offset() + lines_.size();
+  return maximumFileSize_ != 0 && offset >= maximumFileSize_;
+}
+
 /// After a group of lines that began at `begin` failed somewhere: goes on behind the last whole
 /// line that is in the file.
 void DDFileLogger::writeLineByLine(FileHandle& handle, std::uint64_t begin) {
@@ -313,6 +318,16 @@ void DDFileLogger::writeLineByLine(FileHandle& handle, std::uint64_t begin) {
       ++lostLines_;
       report(failure.what());
     }
+  }
+}
+
+void DDFileLogger::reportCaught() {
+  try {
+    throw;
+  } catch (const std::exception& failure) {
+    report(failure.what());
+  } catch (...) {
+    report("unknown exception");
   }
 }
 

@@ -127,10 +127,13 @@ class DDFileLogger : public DDAbstractLogger, private HeldLines {
   bool mustWrite() const;
   void finishRolling();
   void writeAll();
+  void writeAndRoll();
   void writeLineByLine(FileHandle& handle, std::uint64_t begin);
   /// Runs `work`; what it throws is counted and reported.
   template <class Work>
   void guarded(Work&& work);
+  /// The same for the exception that is being handled.
+  void reportCaught();
   void report(const char* what);
   /// Runs `work` guarded as the logger's queue if the logger is still there.
   std::function<void()> handler(void (DDFileLogger::*work)());

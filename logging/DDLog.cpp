@@ -44,10 +44,14 @@ void fill(LogRecord& record, fmt::string_view format, fmt::format_args arguments
 const void* const DDLog::GlobalLoggingQueueIdentityKey = &gIdentity;
 
 LogDispatcher& DDLog::dispatcher() {
+  LogDispatcher* const made = gDispatcher.load(std::memory_order_acquire);
+  return made != nullptr ? *made : madeDispatcher();
+}
+
+[[gnu::noinline]] LogDispatcher& DDLog::madeDispatcher() {
   // Never destroyed, so that the very last message finds it.
   static LogDispatcher& shared = []() -> LogDispatcher& {
     auto& made = *new LogDispatcher;
-    gDispatcher = &made;
     std::atexit([] { dispatcher().processEnds(); });
     // Before a fork the handlers added last run first. Loggers must come to rest before the timers
     // and watches are locked, which they use.
@@ -56,6 +60,7 @@ LogDispatcher& DDLog::dispatcher() {
     callBeforeAbort([] { dispatcher().awaitDeliveries(); });
     callAroundFork([] { dispatcher().prepareFork(); }, [] { dispatcher().resumeAfterFork(); },
                    [] { dispatcher().restartInChild(); });
+    gDispatcher.store(&made, std::memory_order_release);
     return made;
   }();
   return shared;
@@ -126,6 +131,21 @@ void DDLog::logAtSite(bool asynchronous, const LogSite& site, std::uint64_t leve
   record.setKind(level, flag, 0, nullptr);
   record.setText(text);
   shared.queueRecord(record, asynchronous);
+}
+
+DDLog::Draft DDLog::beginAtSite(const LogSite& site, std::uint64_t level, std::uint64_t flag,
+                                std::size_t textBytes) {
+  LogDispatcher& shared = dispatcher();
+  shared.expectRecord();
+  LogRecord& record = shared.beginRecord();
+  record.setSite(site);
+  record.setKind(level, flag, 0, nullptr);
+  return {record, record.beginText(textBytes)};
+}
+
+void DDLog::end(const Draft& draft, const char* textEnd, bool asynchronous) {
+  draft.record.endText(textEnd);
+  dispatcher().queueRecord(draft.record, asynchronous);
 }
 
 void DDLog::flushLog() {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -19,6 +20,7 @@
 namespace kv {
 
 class LogDispatcher;
+class LogRecord;
 
 /// The program's log: takes messages from any thread and hands each to every logger that was added
 /// with a level that has the message's flag.
@@ -97,12 +99,23 @@ class DDLog {
   static void log(bool asynchronous, const Entry& entry);
   static void log_message(bool asynchronous, std::shared_ptr<const DDLogMessage> message);
 
+  /// A message that is being made, and where its text begins.
+  struct Draft {
+    LogRecord& record;
+    char* text;
+  };
+
   /// For the macros: a finished text, which is copied.
   static void logAtSite(bool asynchronous, const LogSite& site, std::uint64_t level,
                         std::uint64_t flag, std::string_view text);
   /// Worth a call before the text of a message is made: what other processors have of the log is
   /// fetched meanwhile.
   static void expectMessage();
+  /// For the macros: a message whose text is made in its place, of at most `textBytes` bytes. Who
+  /// begins one ends it, without logging or throwing in between.
+  static Draft beginAtSite(const LogSite& site, std::uint64_t level, std::uint64_t flag,
+                           std::size_t textBytes);
+  static void end(const Draft& draft, const char* textEnd, bool asynchronous);
 
   /// Returns when everything that was logged before is delivered, and every logger has flushed.
   static void flushLog();
@@ -142,6 +155,7 @@ class DDLog {
   static void logFormatted(bool asynchronous, const Site& site, fmt::string_view format,
                            fmt::format_args arguments);
   static LogDispatcher& dispatcher();
+  static LogDispatcher& madeDispatcher();
 };
 
 }  // namespace kv

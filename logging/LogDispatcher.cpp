@@ -118,6 +118,32 @@ void LogDispatcher::queueLogMessage_asynchronously(std::shared_ptr<const DDLogMe
 
 // --- Delivering them ---
 
+/// Inline, like deliverNow(), for the sake of those who wait: see SerialQueue::sync().
+[[gnu::always_inline]] inline void LogDispatcher::deliverAlone(LogLane& lane,
+                                                               const DDLogMessage& message) {
+  if (own(lane)) {
+    const QueueState::Running running(lane.state());
+    lane.deliver(message);
+  } else {
+    lane.push(message);
+    awaitGroup();
+  }
+}
+
+[[gnu::always_inline]] inline void LogDispatcher::deliverNow(const DDLogMessage& message) {
+  hit_.clear();
+  for (const auto& lane : lanes_) {
+    if (lane->wants(message.flag())) hit_.push_back(lane.get());
+  }
+  if (hit_.size() == 1) {
+    deliverAlone(*hit_.front(), message);
+  } else if (hit_.size() > 1 && environment_.processors >= 2) {
+    deliverInParallel(message);
+  } else if (hit_.size() > 1) {
+    deliverInTurn(message);
+  }
+}
+
 void LogDispatcher::lt_log(const DDLogMessage& message) {
   deliverNow(message);
   releaseLanes();
@@ -133,31 +159,8 @@ void LogDispatcher::deliverQueued(const DDLogMessage& message) {
   queueSemaphore_.signal(std::exchange(owedPlaces_, 0));
 }
 
-void LogDispatcher::deliverNow(const DDLogMessage& message) {
-  hit_.clear();
-  for (const auto& lane : lanes_) {
-    if (lane->wants(message.flag())) hit_.push_back(lane.get());
-  }
-  if (hit_.size() > 1 && environment_.processors >= 2) {
-    deliverInParallel(message);
-  } else if (!hit_.empty()) {
-    deliverInTurn(message);
-  }
-}
-
 void LogDispatcher::deliverInTurn(const DDLogMessage& message) {
-  if (hit_.size() == 1) {
-    LogLane& lane = *hit_.front();
-    if (own(lane)) {
-      const QueueState::Running running(lane.state());
-      lane.deliver(message);
-    } else {
-      lane.push(message);
-      awaitGroup();
-    }
-    return;
-  }
-  // One processor: the order is that of the registrations, also of those that share a queue.
+  // The order is that of the registrations, also of those that share a queue.
   for (const auto& node : loggers_) {
     LogLane& lane = laneOf(node->loggerQueue());
     if ((node->level() & message.flag()) == 0 || lane.isMuted()) continue;

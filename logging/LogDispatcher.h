@@ -113,6 +113,8 @@ class LogDispatcher {
   bool lt_flush();
 
   void deliverNow(const DDLogMessage& message);
+  void deliverAlone(LogLane& lane, const DDLogMessage& message);
+  /// One processor has them all.
   void deliverInTurn(const DDLogMessage& message);
   void deliverInParallel(const DDLogMessage& message);
   bool own(LogLane& lane);

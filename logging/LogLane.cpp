@@ -17,18 +17,6 @@ void LogLane::remove(const DDLoggerNode& node) {
   for (const Member& member : members_) levels_ |= member.node->level();
 }
 
-void LogLane::deliver(const DDLogMessage& message) {
-  for (const Member& member : members_) {
-    if ((message.flag() & member.node->level()) != 0) deliver(*member.node, message);
-  }
-}
-
-void LogLane::deliver(const DDLoggerNode& node, const DDLogMessage& message) {
-  isDelivering_ = true;
-  node.logger()->logMessage(message);
-  isDelivering_ = false;
-}
-
 void LogLane::allowHolding(bool allowed) {
   for (const Member& member : members_) {
     if (member.held != nullptr) member.held->allowHolding(allowed);

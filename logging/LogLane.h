@@ -32,10 +32,19 @@ class LogLane {
 
   bool wants(std::uint64_t flag) const { return (levels_ & flag) != 0 && !isMuted(); }
 
-  /// The message to every logger of this lane that wants it.
-  void deliver(const DDLogMessage& message);
+  /// The message to every logger of this lane that wants it. Inline, for the sake of synchronous
+  /// messages: see SerialQueue::sync().
+  [[gnu::always_inline]] void deliver(const DDLogMessage& message) {
+    for (const Member& member : members_) {
+      if ((message.flag() & member.node->level()) != 0) deliver(*member.node, message);
+    }
+  }
   /// The same to one of them.
-  void deliver(const DDLoggerNode& node, const DDLogMessage& message);
+  [[gnu::always_inline]] void deliver(const DDLoggerNode& node, const DDLogMessage& message) {
+    isDelivering_ = true;
+    node.logger()->logMessage(message);
+    isDelivering_ = false;
+  }
   /// Whether the calling work, which runs as the lane's queue, is part of that.
   bool isDelivering() const { return isDelivering_; }
 

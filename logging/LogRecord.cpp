@@ -200,6 +200,17 @@ void LogRecord::setText(std::string_view text) {
   hasOwnText_ = true;
 }
 
+char* LogRecord::beginText(std::size_t mostBytes) {
+  // What an earlier text left is room, too.
+  if (ownText_.size() < mostBytes) ownText_.resize(mostBytes);
+  return ownText_.data();
+}
+
+void LogRecord::endText(const char* end) {
+  ownText_.resize(static_cast<std::size_t>(end - ownText_.data()));
+  hasOwnText_ = true;
+}
+
 void LogRecord::setText(LogText text) {
   given_ = std::move(text);
 }

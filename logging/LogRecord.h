@@ -38,6 +38,9 @@ class LogRecord final : public DDLogMessage, public QueueWork {
   void setSite(std::string_view file, std::string_view function, std::uint64_t line);
   /// Copies the text into the record.
   void setText(std::string_view text);
+  /// Room for a text of at most so many bytes, which is made there; endText() says where it ends.
+  char* beginText(std::size_t mostBytes);
+  void endText(const char* end);
   /// Keeps the caller's text.
   void setText(LogText text);
   void setKind(std::uint64_t level, std::uint64_t flag, std::int64_t context, LogTag tag);

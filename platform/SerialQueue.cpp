@@ -56,11 +56,6 @@ class SyncWork final : public QueueWork {
   std::abort();
 }
 
-void runNow(QueueState& queue, const std::function<void()>& work) noexcept {
-  const QueueState::Running running(queue);
-  work();
-}
-
 }  // namespace
 
 SerialQueue::SerialQueue(std::string_view label) : state_(std::make_shared<QueueState>(label)) {}
@@ -77,14 +72,9 @@ void SerialQueue::async(std::function<void()> work) {
   state_->push(*new AsyncWork(std::move(work)));
 }
 
-void SerialQueue::sync(const std::function<void()>& work) {
+void SerialQueue::syncInTurn(const std::function<void()>& work) {
   QueueState& queue = *state_;
   if (queue.isRunningHere()) stopWaitingForItself(queue.label());
-  if (queue.tryOwn()) {
-    runNow(queue, work);
-    queue.release();
-    return;
-  }
   SyncWork queued(work);
   queue.push(queued);
   queue.hurry();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <concepts>
 #include <functional>
 #include <memory>
 #include <string>
@@ -42,7 +43,17 @@ class SerialQueue {
   void async(std::function<void()> work);
 
   /// Puts work on the queue and returns when it has run.
-  void sync(const std::function<void()>& work);
+  template <std::invocable Work>
+  [[gnu::always_inline]] void sync(const Work& work) {
+    // Inline, as the little that leads to a system call is best: the processor has forgotten where
+    // to return to when that is over, and guesses wrong for every function on the way.
+    if (state_->isRunningHere() || !state_->tryOwn()) return syncInTurn(work);
+    {
+      const QueueState::Running running(*state_);
+      [&]() noexcept { work(); }();
+    }
+    state_->release();
+  }
 
   /// A value under the address `key`, for work that runs as this queue; null takes it away.
   void setSpecific(const void* key, void* value);
@@ -61,6 +72,8 @@ class SerialQueue {
   QueueState& state() { return *state_; }
 
  private:
+  void syncInTurn(const std::function<void()>& work);
+
   std::shared_ptr<QueueState> state_;
 };
 

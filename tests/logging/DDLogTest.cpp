@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <string>
+#include <string_view>
 #include <thread>
 
 #include "logging/FormatterSch.h"
@@ -56,6 +59,27 @@ TEST_F(DDLogTest, MacrosTakeDownTheirPlaceAndWaitForErrorsOnly) {
   DDLog::flushLog();
   EXPECT_EQ(last->flag(), LogFlag::kVerbose);
   EXPECT_EQ(logger->record(), "added as recording text and   7 w i d 1 {} flushed");
+}
+
+TEST_F(DDLogTest, MacrosMakeTheTextsThatFmtMakes) {
+#define EXPECT_LOGGED(...) \
+  LOG_ERROR(__VA_ARGS__);  \
+  EXPECT_EQ(*last->message(), fmt::format(__VA_ARGS__))
+
+  constexpr auto kLeast = std::numeric_limits<std::int64_t>::min();
+  constexpr auto kMost = std::numeric_limits<std::uint64_t>::max();
+  const std::string longText(10'000, 'x');
+  const std::string withZero("a\0b", 3);
+  EXPECT_LOGGED("{}", longText);
+  EXPECT_LOGGED("{}{}{}", kLeast, kMost, std::numeric_limits<std::int8_t>::min());
+  EXPECT_LOGGED("");
+  EXPECT_LOGGED("{}{}", false, true);
+  EXPECT_LOGGED("{}{{}}{}", 'c', std::string_view());
+  EXPECT_LOGGED("{}", withZero);
+  EXPECT_LOGGED("{0}{0}{0}", longText);
+  EXPECT_LOGGED("{:>300}|{:.3f}", 1, 2.0);
+  EXPECT_LOGGED("{} {}", 0.1, "literal");
+#undef EXPECT_LOGGED
 }
 
 TEST_F(DDLogTest, ASuppressedCallEvaluatesNothing) {
