@@ -143,7 +143,7 @@ DDLog::Draft DDLog::beginAtSite(const LogSite& site, std::uint64_t level, std::u
   return {record, record.beginText(textBytes)};
 }
 
-void DDLog::end(const Draft& draft, const char* textEnd, bool asynchronous) {
+void DDLog::end(Draft draft, const char* textEnd, bool asynchronous) {
   draft.record.endText(textEnd);
   dispatcher().queueRecord(draft.record, asynchronous);
 }

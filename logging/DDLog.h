@@ -115,7 +115,7 @@ class DDLog {
   /// begins one ends it, without logging or throwing in between.
   static Draft beginAtSite(const LogSite& site, std::uint64_t level, std::uint64_t flag,
                            std::size_t textBytes);
-  static void end(const Draft& draft, const char* textEnd, bool asynchronous);
+  static void end(Draft draft, const char* textEnd, bool asynchronous);
 
   /// Returns when everything that was logged before is delivered, and every logger has flushed.
   static void flushLog();

@@ -118,7 +118,7 @@ void LogDispatcher::queueLogMessage_asynchronously(std::shared_ptr<const DDLogMe
 
 // --- Delivering them ---
 
-/// Inline, like deliverNow(), for the sake of those who wait: see SerialQueue::sync().
+/// Inline, like the two that follow, for the sake of those who wait: see SerialQueue::sync().
 [[gnu::always_inline]] inline void LogDispatcher::deliverAlone(LogLane& lane,
                                                                const DDLogMessage& message) {
   if (own(lane)) {
@@ -144,7 +144,7 @@ void LogDispatcher::queueLogMessage_asynchronously(std::shared_ptr<const DDLogMe
   }
 }
 
-void LogDispatcher::lt_log(const DDLogMessage& message) {
+[[gnu::always_inline]] inline void LogDispatcher::lt_log(const DDLogMessage& message) {
   deliverNow(message);
   releaseLanes();
   queueSemaphore_.signal();
