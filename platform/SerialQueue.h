@@ -45,14 +45,15 @@ class SerialQueue {
   /// Puts work on the queue and returns when it has run.
   template <std::invocable Work>
   [[gnu::always_inline]] void sync(const Work& work) {
-    // Inline, as the little that leads to a system call is best: the processor has forgotten where
-    // to return to when that is over, and guesses wrong for every function on the way.
-    if (state_->isRunningHere() || !state_->tryOwn()) return syncInTurn(work);
+    // Inline: behind a system call the processor has forgotten where to return to, and guesses
+    // wrong for each function that lies on the way back.
+    QueueState& queue = *state_;
+    if (queue.isRunningHere() || !queue.tryOwn()) return syncInTurn(work);
     {
-      const QueueState::Running running(*state_);
+      const QueueState::Running running(queue);
       [&]() noexcept { work(); }();
     }
-    state_->release();
+    queue.release();
   }
 
   /// A value under the address `key`, for work that runs as this queue; null takes it away.
