@@ -87,7 +87,7 @@ FileAttributes::Type typeOf(mode_t mode) {
 }
 
 Date dateOf(const struct statx_timestamp& time) {
-  return dateFromSystemTime(time.tv_sec, time.tv_nsec);
+  return dateFrom({time.tv_sec, static_cast<double>(time.tv_nsec)});
 }
 
 FileResult::Kind kindOf(int error) {

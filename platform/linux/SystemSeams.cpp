@@ -5,6 +5,7 @@
 #include "platform/linux/InotifyFileWatcher.h"
 #include "platform/linux/PosixFiles.h"
 #include "platform/linux/ProcessSystemLog.h"
+#include "platform/linux/QuickClock.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/UserPaths.h"
 
@@ -22,6 +23,10 @@ const std::shared_ptr<T>& onlyOne() {
 
 std::shared_ptr<Clock> systemClock() {
   return onlyOne<SystemClock>();
+}
+
+std::shared_ptr<Clock> quickClock() {
+  return onlyOne<QuickClock>();
 }
 
 std::shared_ptr<Files> systemFiles() {
