@@ -14,8 +14,8 @@ namespace kv {
 /// giving many back at once cost one atomic step each.
 ///
 /// Who finds no place looks for some microseconds, then sleeps, looks again by itself in growing
-/// steps of up to a millisecond, and is woken when many places are free: it costs the giver a
-/// system call only once in a while.
+/// steps of up to a millisecond, and is woken when half of many places are free: it costs the giver
+/// a system call only once in a while, and what is left to do lasts until the woken caller is back.
 ///
 /// Threads    any.
 class Semaphore {
@@ -44,7 +44,7 @@ class Semaphore {
   void resetAfterFork(std::int64_t places);
 
  private:
-  static std::int64_t wakeThreshold(std::int64_t places) { return places < 128 ? 1 : 128; }
+  static std::int64_t wakeThreshold(std::int64_t places) { return places < 128 ? 1 : places / 2; }
   void waitLong();
 
   alignas(64) std::atomic<std::int64_t> free_;
