@@ -14,11 +14,11 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-/// How long a worker goes on looking by itself after the last work, and in which steps. A queue
-/// that lingers is fed without being told, so it looks more often than one that only watches for
-/// loans that nobody takes back.
+/// How long a worker goes on looking by itself after the last work, and in which steps: of a queue
+/// that lingers, and of one that only watches for loans that nobody takes back. With each look the
+/// memory that pushing touches moves to the worker's processor, so the next push takes longer.
 constexpr std::chrono::microseconds kLingering(2000);
-constexpr std::chrono::microseconds kLingeringStep(50);
+constexpr std::chrono::microseconds kLingeringStep(200);
 constexpr std::chrono::microseconds kLoanStep(100);
 
 /// How long the owner leaves the list of pushed work alone after a batch when more has come: who
