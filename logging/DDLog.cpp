@@ -140,11 +140,10 @@ DDLog::Draft DDLog::beginAtSite(const LogSite& site, std::uint64_t level, std::u
   LogRecord& record = shared.beginRecord();
   record.setSite(site);
   record.setKind(level, flag, 0, nullptr);
-  return {record, record.beginText(textBytes)};
+  return {record, record.setTextOf(textBytes)};
 }
 
-void DDLog::end(Draft draft, const char* textEnd, bool asynchronous) {
-  draft.record.endText(textEnd);
+void DDLog::end(Draft draft, bool asynchronous) {
   dispatcher().queueRecord(draft.record, asynchronous);
 }
 

@@ -111,11 +111,11 @@ class DDLog {
   /// Worth a call before the text of a message is made: what other processors have of the log is
   /// fetched meanwhile.
   static void expectMessage();
-  /// For the macros: a message whose text is made in its place, of at most `textBytes` bytes. Who
-  /// begins one ends it, without logging or throwing in between.
+  /// For the macros: a message whose text is made in its place, of `textBytes` bytes. Who begins
+  /// one ends it, without logging or throwing in between.
   static Draft beginAtSite(const LogSite& site, std::uint64_t level, std::uint64_t flag,
                            std::size_t textBytes);
-  static void end(Draft draft, const char* textEnd, bool asynchronous);
+  static void end(Draft draft, bool asynchronous);
 
   /// Returns when everything that was logged before is delivered, and every logger has flushed.
   static void flushLog();

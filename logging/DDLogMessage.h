@@ -8,6 +8,7 @@
 
 #include "logging/LogText.h"
 #include "platform/Date.h"
+#include "platform/Processor.h"
 #include "platform/ThreadFacts.h"
 
 namespace kv {
@@ -84,6 +85,8 @@ class DDLogMessage : public std::enable_shared_from_this<DDLogMessage> {
 
   // In a recycled message these are often what they were: then they are left alone, and their part
   // of memory stays in the caches of the thread that logs and of the one that delivers.
+  /// A recycled message's reference to itself, which is its pool's while it is not in use.
+  std::shared_ptr<DDLogMessage> self_;
   std::uint64_t level_ = 0;
   std::uint64_t flag_ = 0;
   std::int64_t context_ = 0;
@@ -97,8 +100,8 @@ class DDLogMessage : public std::enable_shared_from_this<DDLogMessage> {
   std::string queueLabel_;
   ThreadFacts thread_;
 
-  // These change with each message.
-  Date timestamp_;
+  // These change with each message, and share no line of memory with what does not.
+  alignas(kCacheLine) Date timestamp_;
   LogText given_;
   LogTag tag_;
   /// Holds a recycled message's text, whose memory stays from one use to the next.

@@ -2,16 +2,13 @@
 
 #include <fmt/compile.h>
 
-#include <algorithm>
 #include <atomic>
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
-#include <string>
-#include <string_view>
+#include <utility>
 
 #include "logging/DDLog.h"
+#include "logging/PlainFormat.h"
 
 #ifdef LOG_INFO
 #error "logging/Log.h and <syslog.h> have macros of the same names: use them in different files"
@@ -73,53 +70,16 @@ inline constinit LogLevelVariable gLogLevel(LogLevel::kAll);
 
 namespace detail {
 
-/// Whether every field of a compiled format is "{}": shows one argument, no wider than it is.
-template <class Format>
-consteval bool isPlain() {
-  const auto text = static_cast<fmt::string_view>(Format());
-  for (std::size_t place = 0; place < text.size(); ++place) {
-    if (text[place] != '{') continue;
-    ++place;
-    if (place == text.size() || (text[place] != '{' && text[place] != '}')) return false;
-  }
-  return true;
-}
-
-/// Arguments whose longest text in such a field is known before it is made, and cannot fail.
-template <class Argument>
-concept OfKnownLength =
-    (std::integral<Argument> && sizeof(Argument) <= sizeof(std::uint64_t)) ||
-    std::same_as<Argument, std::string> || std::same_as<Argument, std::string_view>;
-
-template <std::integral Number>
-constexpr std::size_t mostBytes(Number /*any*/) {
-  constexpr std::size_t kTruthBytes = std::string_view("false").size();
-  // digits10 counts those that can all be 9.
-  return std::max<std::size_t>(kTruthBytes, std::numeric_limits<Number>::digits10 + 2);
-}
-constexpr std::size_t mostBytes(std::string_view text) {
-  return text.size();
-}
-
-template <class Argument>
-constexpr const Argument& shown(const Argument& argument) {
-  return argument;
-}
-/// fmt would copy from nowhere, if nothing.
-constexpr std::string_view shown(std::string_view text) {
-  return text.data() == nullptr ? std::string_view("") : text;
-}
-
 /// The text is formatted by code that was made for this very format: straight into the message
-/// where it is known to have room.
+/// where its length is known in time.
 template <class Format, class... Arguments>
 void logFrom(bool asynchronous, const LogSite& site, std::uint64_t level, std::uint64_t flag,
              const Format& format, const Arguments&... arguments) {
-  if constexpr (isPlain<Format>() && (OfKnownLength<Arguments> && ...)) {
-    constexpr auto text = static_cast<fmt::string_view>(Format());
-    const std::size_t most = (text.size() + ... + mostBytes(arguments));
-    const DDLog::Draft draft = DDLog::beginAtSite(site, level, flag, most);
-    DDLog::end(draft, fmt::format_to(draft.text, format, shown(arguments)...), asynchronous);
+  if constexpr (isPlain<Format, Arguments...>()) {
+    const std::size_t bytes = plainTextBytes<Format>(arguments...);
+    const DDLog::Draft draft = DDLog::beginAtSite(site, level, flag, bytes);
+    makePlainText<Format>(std::index_sequence_for<Arguments...>(), draft.text, arguments...);
+    DDLog::end(draft, asynchronous);
   } else {
     DDLog::expectMessage();
     fmt::memory_buffer text;

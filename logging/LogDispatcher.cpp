@@ -314,8 +314,7 @@ bool LogDispatcher::lt_flush() {
 /// Whether a message is only pushed by its caller. While the process ends that is so for work of
 /// the log's queues alone, which would wait for itself. Who ends the process in the middle of a
 /// message has that logger muted and can wait for the others.
-bool LogDispatcher::isPutOff(bool asynchronously) {
-  if (!isTerminating_.load(std::memory_order_seq_cst)) return asynchronously;
+bool LogDispatcher::isPutOffAtEnd() {
   moveOn();
   if (loggingQueue_->state().isRunningHere()) return true;
   const std::lock_guard lock(lanesMutex_);

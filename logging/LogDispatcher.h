@@ -49,7 +49,7 @@ namespace kv {
 class LogDispatcher {
  public:
   struct Environment {
-    std::shared_ptr<Clock> clock = systemClock();
+    std::shared_ptr<Clock> clock = quickClock();
     unsigned processors = ProcessFacts::current().processors;
     std::int64_t bound = 1000;
   };
@@ -128,7 +128,10 @@ class LogDispatcher {
   bool flushAtEnd();
   void flushWithEchoes();
   void endFromWithin();
-  bool isPutOff(bool asynchronously);
+  bool isPutOff(bool asynchronously) {
+    return isTerminating_.load(std::memory_order_seq_cst) ? isPutOffAtEnd() : asynchronously;
+  }
+  bool isPutOffAtEnd();
   void settleAtEnd();
   void deliverEchoes();
   /// What was asked of the log before, loggers to be added above all, is not to be missing in the

@@ -47,17 +47,17 @@ class LogRecordPool {
 
   static LogRecord* make() {
     const std::shared_ptr<LogRecord> record(new LogRecord);
-    record->self_ = record;
+    record->self() = record;
     return record.get();
   }
 
   /// False when somebody keeps the record: then it is left to them.
   static bool regain(LogRecord& record) {
-    if (isSoleHolder(record.self_)) {
+    if (isSoleHolder(record.self())) {
       record.clear();
       return true;
     }
-    const auto leftToKeeper = std::move(record.self_);
+    const auto leftToKeeper = std::move(record.self());
     return false;
   }
 
@@ -134,13 +134,13 @@ LogRecord& LogRecord::take() {
 }
 
 /// What changes in the next free record was last in the hands of another processor: it comes over
-/// while this one is being filled. What does not change stays in the caches of both.
+/// while this one is being filled: two lines of memory, and two of the text. What does not change
+/// stays in the caches of both.
 void LogRecord::fetchNext() const {
   if (nextFree_ == nullptr) return;
   const auto* const changing = reinterpret_cast<const char*>(&nextFree_->timestamp_);
   prefetchForWriting(changing);
   prefetchForWriting(changing + kCacheLine);
-  prefetchForWriting(&nextFree_->nextPortion_);
   prefetchForWriting(nextText_);
   prefetchForWriting(nextText_ + kCacheLine);
 }
@@ -200,15 +200,11 @@ void LogRecord::setText(std::string_view text) {
   hasOwnText_ = true;
 }
 
-char* LogRecord::beginText(std::size_t mostBytes) {
-  // What an earlier text left is room, too.
-  if (ownText_.size() < mostBytes) ownText_.resize(mostBytes);
-  return ownText_.data();
-}
-
-void LogRecord::endText(const char* end) {
-  ownText_.resize(static_cast<std::size_t>(end - ownText_.data()));
+char* LogRecord::setTextOf(std::size_t bytes) {
+  // Of the same length as the text before, mostly: then nothing is filled in twice.
+  ownText_.resize(bytes);
   hasOwnText_ = true;
+  return ownText_.data();
 }
 
 void LogRecord::setText(LogText text) {

@@ -38,9 +38,8 @@ class LogRecord final : public DDLogMessage, public QueueWork {
   void setSite(std::string_view file, std::string_view function, std::uint64_t line);
   /// Copies the text into the record.
   void setText(std::string_view text);
-  /// Room for a text of at most so many bytes, which is made there; endText() says where it ends.
-  char* beginText(std::size_t mostBytes);
-  void endText(const char* end);
+  /// The place of a text of so many bytes, which is made there.
+  char* setTextOf(std::size_t bytes);
   /// Keeps the caller's text.
   void setText(LogText text);
   void setKind(std::uint64_t level, std::uint64_t flag, std::int64_t context, LogTag tag);
@@ -59,16 +58,15 @@ class LogRecord final : public DDLogMessage, public QueueWork {
   void clear();
   void fetchNext() const;
   const char* textMemory() const { return ownText_.data(); }
+  std::shared_ptr<DDLogMessage>& self() { return self_; }
 
   // These change with each message, like those of DDLogMessage that they follow.
   LogRecord* nextFree_ = nullptr;
   const char* nextText_ = nullptr;
   LogRecord* nextPortion_ = nullptr;
 
-  // From here on nothing changes as long as the record is used again.
+  /// Stays as it is as long as the record is used again.
   LogDispatcher* dispatcher_ = nullptr;
-  /// The pool's own reference; the record owns itself while it is in use.
-  std::shared_ptr<LogRecord> self_;
 };
 
 }  // namespace kv

@@ -75,10 +75,17 @@ TEST_F(DDLogTest, MacrosMakeTheTextsThatFmtMakes) {
   EXPECT_LOGGED("");
   EXPECT_LOGGED("{}{}", false, true);
   EXPECT_LOGGED("{}{{}}{}", 'c', std::string_view());
+  EXPECT_LOGGED("{{{}}}}}{{{{}}{}", 1, 2);
+  EXPECT_LOGGED("more arguments than fields: {}", 1, 2);
   EXPECT_LOGGED("{}", withZero);
   EXPECT_LOGGED("{0}{0}{0}", longText);
   EXPECT_LOGGED("{:>300}|{:.3f}", 1, 2.0);
   EXPECT_LOGGED("{} {}", 0.1, "literal");
+  for (std::uint64_t power = 1; power <= kMost / 10; power *= 10) {
+    const auto number = static_cast<std::int64_t>(power);
+    EXPECT_LOGGED("{}{}{}", power - 1, power, power + 1);
+    EXPECT_LOGGED("{}{}{}", -number - 1, -number, 1 - number);
+  }
 #undef EXPECT_LOGGED
 }
 
