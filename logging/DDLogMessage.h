@@ -83,10 +83,11 @@ class DDLogMessage : public std::enable_shared_from_this<DDLogMessage> {
   void keepNames(std::string_view file, std::string_view function);
   void takeDownCaller(Date now);
 
-  // In a recycled message these are often what they were: then they are left alone, and their part
-  // of memory stays in the caches of the thread that logs and of the one that delivers.
   /// A recycled message's reference to itself, which is its pool's while it is not in use.
   std::shared_ptr<DDLogMessage> self_;
+
+  // In a recycled message these are often what they were: then they are left alone, and their part
+  // of memory stays in the caches of the thread that logs and of the one that delivers.
   std::uint64_t level_ = 0;
   std::uint64_t flag_ = 0;
   std::int64_t context_ = 0;

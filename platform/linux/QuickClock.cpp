@@ -5,8 +5,6 @@
 #include <fstream>
 #include <string>
 
-#include "platform/linux/SystemClock.h"
-
 namespace kv {
 namespace {
 
